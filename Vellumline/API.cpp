@@ -1,0 +1,1 @@
+#include "Vellumline/API.h"

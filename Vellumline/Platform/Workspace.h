@@ -1,0 +1,28 @@
+#pragma once
+
+#include <QUrl>
+#include <optional>
+
+namespace vellumline {
+
+/// The desktop around the program. Main thread only.
+class Workspace {
+  public:
+    virtual ~Workspace() = default;
+
+    struct Application {
+        qint64 processIdentifier = 0;
+        bool operator==(const Application&) const = default;
+    };
+
+    /// The program whose window has the user's input now; nothing when there is none or it does not say who
+    /// it is.
+    virtual std::optional<Application> frontmostApplication() const = 0;
+    /// Opens a link in the user's browser (or the program registered for its scheme); failures are not
+    /// reported.
+    virtual void openURL(const QUrl& url) = 0;
+    /// The system's short alert sound.
+    virtual void beep() = 0;
+};
+
+} // namespace vellumline

@@ -1,0 +1,1 @@
+#include "Vellumline/SessionRefresher.h"

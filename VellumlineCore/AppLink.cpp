@@ -1,0 +1,1 @@
+#include "VellumlineCore/AppLink.h"

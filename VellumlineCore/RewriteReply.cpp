@@ -1,0 +1,1 @@
+#include "VellumlineCore/RewriteReply.h"
