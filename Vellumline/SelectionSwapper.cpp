@@ -1,0 +1,181 @@
+#include "Vellumline/SelectionSwapper.h"
+
+#include "VellumlineCore/HotkeyBinding.h"
+
+#include <algorithm>
+
+namespace vellumline {
+
+SelectionSwapper::SelectionSwapper(TokenStore& store, Accessibility& accessibility, SelectionProbe& probe,
+                                   Pasteboard& pasteboard, KeyEvents& keyEvents, RewriteClient& client,
+                                   Workspace& workspace, const UserDefaults& defaults, Clock& clock)
+    : store_(store), accessibility_(accessibility), probe_(probe), pasteboard_(pasteboard),
+      keyEvents_(keyEvents), client_(client), workspace_(workspace), defaults_(defaults), clock_(clock) {}
+
+QCoro::Task<RewriteOutcome> SelectionSwapper::rewrite() {
+    using Problem = RewriteProblem::Kind;
+
+    const std::optional<AuthSession> session = co_await store_.session();
+    if (!session)
+        co_return RewriteOutcome::signedOut();
+
+    if (!accessibility_.isProcessTrusted()) {
+        accessibility_.requestTrust();
+        co_return RewriteOutcome::problem(Problem::accessibilityNeeded);
+    }
+
+    const ProbeAnswer answer = co_await probe_.focused();
+    switch (answer.kind) {
+    case ProbeAnswer::Kind::secure:
+        co_return RewriteOutcome::problem(Problem::secureField);
+    case ProbeAnswer::Kind::readOnly:
+        co_return RewriteOutcome::problem(Problem::readOnly);
+    case ProbeAnswer::Kind::emptySelection:
+        co_return RewriteOutcome::problem(Problem::noSelection);
+    case ProbeAnswer::Kind::editable:
+    case ProbeAnswer::Kind::unknown:
+        break;
+    }
+
+    const ClipboardSnapshot snapshot = co_await ClipboardSnapshot::capture(pasteboard_);
+    // Copying would take the pasteboard from an owner that we could not read: what the user had would be
+    // lost.
+    if (snapshot.completeness() == ClipboardSnapshot::Completeness::unreadable)
+        co_return RewriteOutcome::problem(Problem::failed);
+
+    const std::optional<CapturedSelection> captured = co_await copySelection(snapshot);
+
+    QString text;
+    std::optional<Font> font;
+    if (answer.kind == ProbeAnswer::Kind::editable && answer.selectedText) {
+        text = *answer.selectedText;
+        if (captured && SelectionStyle::sameSelection(captured->text, text))
+            font = captured->font;
+    } else if (captured) {
+        text = captured->text;
+        font = captured->font;
+    } else {
+        co_return RewriteOutcome::problem(Problem::noSelection);
+    }
+
+    if (trimmedWhitespace(text).isEmpty())
+        co_return RewriteOutcome::problem(Problem::noSelection);
+    if (characterCount(text) > maximumCharacters)
+        co_return RewriteOutcome::problem(RewriteProblem::tooLong(maximumCharacters));
+
+    co_return co_await correct(text, font, snapshot);
+}
+
+QCoro::Task<RewriteOutcome> SelectionSwapper::correct(QString text, std::optional<Font> font,
+                                                      ClipboardSnapshot snapshot) {
+    using Problem = RewriteProblem::Kind;
+
+    const APIResult<RewriteReply> reply = co_await client_.rewrite(text);
+    if (!reply) {
+        switch (reply.error()) {
+        case APIError::signedOut:
+            co_return RewriteOutcome::signedOut();
+        case APIError::offline:
+            co_return RewriteOutcome::problem(Problem::offline);
+        case APIError::timedOut:
+            co_return RewriteOutcome::problem(Problem::timedOut);
+        case APIError::failed:
+            break;
+        }
+        co_return RewriteOutcome::problem(Problem::failed);
+    }
+
+    switch (reply->kind) {
+    case RewriteReply::Kind::corrected:
+        co_return co_await paste(reply->text, font, snapshot);
+    case RewriteReply::Kind::freeLimit:
+        co_return RewriteOutcome::freeLimit(reply->monthlyURL, reply->yearlyURL);
+    case RewriteReply::Kind::unauthorized:
+        co_return RewriteOutcome::signedOut();
+    case RewriteReply::Kind::accountClosed:
+        co_return RewriteOutcome::problem(Problem::accountClosed);
+    case RewriteReply::Kind::monthlyLimit:
+        co_return RewriteOutcome::problem(Problem::monthlyLimit);
+    case RewriteReply::Kind::rateLimited:
+        co_return RewriteOutcome::problem(Problem::rateLimited);
+    case RewriteReply::Kind::tooLong:
+        co_return RewriteOutcome::problem(RewriteProblem::tooLong(maximumCharacters));
+    case RewriteReply::Kind::nothingToCorrect:
+        co_return RewriteOutcome::problem(Problem::noSelection);
+    case RewriteReply::Kind::modelUnavailable:
+        co_return RewriteOutcome::problem(Problem::modelUnavailable);
+    case RewriteReply::Kind::timedOut:
+        co_return RewriteOutcome::problem(Problem::timedOut);
+    case RewriteReply::Kind::failed:
+        break;
+    }
+    co_return RewriteOutcome::problem(Problem::failed);
+}
+
+QCoro::Task<RewriteOutcome> SelectionSwapper::paste(QString text, std::optional<Font> font,
+                                                    ClipboardSnapshot snapshot) {
+    const bool written = co_await Clipboard::writePrivately(text, font, pasteboard_);
+    // Without the correction on the pasteboard, the paste chord would paste something else over the
+    // selection.
+    if (!written) {
+        co_await ClipboardSnapshot::restore(snapshot, pasteboard_);
+        co_return RewriteOutcome::problem(RewriteProblem::Kind::failed);
+    }
+    keyEvents_.postCommand(KeyCode::v);
+    co_await clock_.sleepFor(pasteDelay());
+    co_await ClipboardSnapshot::restore(snapshot, pasteboard_);
+    co_return RewriteOutcome::rewrote();
+}
+
+QCoro::Task<std::optional<CapturedSelection>> SelectionSwapper::copySelection(ClipboardSnapshot snapshot) {
+    const qint64 start = pasteboard_.changeCount();
+    keyEvents_.postCommand(KeyCode::c);
+    const bool changed = co_await waitForChange(start);
+    if (!changed)
+        co_return std::nullopt;
+
+    const std::optional<QString> text = co_await pasteboard_.string();
+    std::optional<QByteArray> rtf;
+    std::optional<QByteArray> html;
+    std::optional<Font> font;
+    if (text) {
+        rtf = co_await pasteboard_.data(PasteboardType::rtf);
+        if (!rtf || !SelectionStyle::fontInRtf(*rtf))
+            html = co_await pasteboard_.data(PasteboardType::html);
+        font = SelectionStyle::font(rtf, html);
+    }
+    co_await ClipboardSnapshot::restore(snapshot, pasteboard_);
+    if (!text)
+        co_return std::nullopt;
+    co_return CapturedSelection{*text, font};
+}
+
+QCoro::Task<bool> SelectionSwapper::waitForChange(qint64 start) {
+    const auto deadline = clock_.monotonic() + copyDeadline;
+    qint64 last = start;
+    std::optional<std::chrono::nanoseconds> lastChange;
+    while (clock_.monotonic() < deadline) {
+        const qint64 count = pasteboard_.changeCount();
+        if (count != last)
+            lastChange = clock_.monotonic();
+        else if (lastChange && clock_.monotonic() - *lastChange >= settleTime)
+            co_return true;
+        last = count;
+        co_await clock_.sleepFor(pollInterval);
+    }
+    co_return pasteboard_.changeCount() != start;
+}
+
+std::chrono::milliseconds SelectionSwapper::pasteDelay() const {
+    const qint64 value = defaults_.integer(QStringLiteral("vellumline.pasteDelayMs"));
+    if (value <= 0)
+        return std::chrono::milliseconds(600);
+    return std::chrono::milliseconds(std::clamp<qint64>(value, 100, 3000));
+}
+
+void SelectionSwapper::openAccessibilitySettings() {
+    workspace_.openURL(QUrl(
+        QStringLiteral("x-apple.systempreferences:com.apple.preference.security?Privacy_Accessibility")));
+}
+
+} // namespace vellumline

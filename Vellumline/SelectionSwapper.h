@@ -1,0 +1,69 @@
+#pragma once
+
+#include "Vellumline/ClipboardSnapshot.h"
+#include "Vellumline/Platform/Accessibility.h"
+#include "Vellumline/Platform/Clock.h"
+#include "Vellumline/Platform/KeyEvents.h"
+#include "Vellumline/Platform/Pasteboard.h"
+#include "Vellumline/Platform/Workspace.h"
+#include "Vellumline/RewriteClient.h"
+#include "Vellumline/RewriteOutcome.h"
+#include "Vellumline/SelectionProbe.h"
+#include "Vellumline/TokenStore.h"
+#include "VellumlineCore/SelectionStyle.h"
+#include "VellumlineCore/UserDefaults.h"
+
+#include <QCoroTask>
+#include <chrono>
+#include <optional>
+
+namespace vellumline {
+
+/// What copying the selection put on the pasteboard.
+struct CapturedSelection {
+    QString text;
+    std::optional<Font> font;
+    bool operator==(const CapturedSelection&) const = default;
+};
+
+/// One correction of the text that is selected in the front application: probe, snapshot, copy, restore,
+/// send, paste, wait, restore. Keeps no state between runs. Main thread only; every wait is a suspension.
+class SelectionSwapper final : public SelectionRewriter {
+  public:
+    SelectionSwapper(TokenStore& store, Accessibility& accessibility, SelectionProbe& probe,
+                     Pasteboard& pasteboard, KeyEvents& keyEvents, RewriteClient& client,
+                     Workspace& workspace, const UserDefaults& defaults, Clock& clock);
+
+    static constexpr int maximumCharacters = 4000; ///< extended grapheme clusters of the untrimmed text
+    static constexpr std::chrono::milliseconds copyDeadline{800};
+    static constexpr std::chrono::milliseconds pollInterval{10};
+    static constexpr std::chrono::milliseconds settleTime{40};
+
+    QCoro::Task<RewriteOutcome> rewrite() override;
+    void openAccessibilitySettings() override;
+
+    /// Copies the selection and gives the pasteboard back at once. Nothing when nothing was copied.
+    QCoro::Task<std::optional<CapturedSelection>> copySelection(ClipboardSnapshot snapshot);
+    /// True when the pasteboard has changed since `start` and been quiet for the settle time, or at the
+    /// deadline.
+    QCoro::Task<bool> waitForChange(qint64 start);
+    /// How long the correction stays on the pasteboard: "vellumline.pasteDelayMs", clamped to 100–3000 ms,
+    /// else 600 ms.
+    std::chrono::milliseconds pasteDelay() const;
+
+  private:
+    QCoro::Task<RewriteOutcome> correct(QString text, std::optional<Font> font, ClipboardSnapshot snapshot);
+    QCoro::Task<RewriteOutcome> paste(QString text, std::optional<Font> font, ClipboardSnapshot snapshot);
+
+    TokenStore& store_;
+    Accessibility& accessibility_;
+    SelectionProbe& probe_;
+    Pasteboard& pasteboard_;
+    KeyEvents& keyEvents_;
+    RewriteClient& client_;
+    Workspace& workspace_;
+    const UserDefaults& defaults_;
+    Clock& clock_;
+};
+
+} // namespace vellumline
