@@ -26,7 +26,7 @@ stop_session() {
     done
     # Programs that the session bus activated (keyring, portals) live outside our process tree; their runtime folder
     # names them.
-    for pid in $(grep -slz "^XDG_RUNTIME_DIR=$folder/run$" /proc/[0-9]*/environ 2>/dev/null | cut -d/ -f3); do
+    grep -slz "^XDG_RUNTIME_DIR=$folder/run$" /proc/[0-9]*/environ 2>/dev/null | cut -d/ -f3 | while read -r pid; do
         [ "$pid" = "$$" ] || kill "$pid" 2>/dev/null
     done
     for _ in 1 2 3 4 5; do
@@ -37,7 +37,7 @@ stop_session() {
 trap stop_session EXIT
 trap 'exit 130' INT TERM
 
-mkdir -p -m 700 "$folder/run" "$folder/home"
+mkdir -m 700 "$folder/run" "$folder/home"
 Xvfb -displayfd 7 -screen 0 "$size" -nolisten tcp -noreset 7>"$folder/display" >"$folder/xvfb.log" 2>&1 &
 pids+=($!)
 for _ in $(seq 200); do
@@ -46,7 +46,8 @@ for _ in $(seq 200); do
 done
 [ -s "$folder/display" ] || { echo "with-desktop.sh: Xvfb did not start" >&2; cat "$folder/xvfb.log" >&2; exit 69; }
 
-export HOME=$folder/home XDG_RUNTIME_DIR=$folder/run DISPLAY=:$(cat "$folder/display")
+DISPLAY=:$(cat "$folder/display")
+export HOME=$folder/home XDG_RUNTIME_DIR=$folder/run DISPLAY
 export XDG_CONFIG_HOME=$HOME/.config XDG_DATA_HOME=$HOME/.local/share XDG_CACHE_HOME=$HOME/.cache
 export XDG_SESSION_TYPE=x11 XDG_CURRENT_DESKTOP=XFCE LANG=C.UTF-8
 unset WAYLAND_DISPLAY DBUS_SESSION_BUS_ADDRESS AT_SPI_BUS_ADDRESS NO_AT_BRIDGE QT_ACCESSIBILITY GTK_MODULES GTK_A11Y

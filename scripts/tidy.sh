@@ -1,0 +1,71 @@
+#!/usr/bin/env bash
+# Runs clang-tidy with the checks of .clang-tidy.
+#
+#   tidy.sh                 every source file (minutes)
+#   tidy.sh --budget SECONDS    the core, the files changed since origin's main branch, then as many of the others as
+#                           fit into the time, beginning at another one each day
+#   tidy.sh FILE…           these
+set -euo pipefail
+root=$(cd "$(dirname "$(readlink -f "${BASH_SOURCE[0]}")")/.." && pwd)
+cd "$root"
+build=$root/build/tidy
+budget=
+if [ "${1:-}" = --budget ]; then
+    budget=$2
+    shift 2
+fi
+
+if [ ! -f "$build/build.ninja" ]; then
+    cmake --preset tidy -B "$build" >/dev/null
+fi
+# The sources include what moc makes of the headers.
+mapfile -t autogen < <(ninja -C "$build" -t targets all | sed -n 's/^\([^:/]*_autogen\): phony$/\1/p')
+if [ ${#autogen[@]} -gt 0 ]; then
+    ninja -C "$build" "${autogen[@]}" >/dev/null
+fi
+
+mapfile -t known < <(grep -o '"file": "[^"]*"' "$build/compile_commands.json" | cut -d'"' -f4 | grep -v "^$build/" |
+    sed "s,^$root/,," | LC_ALL=C sort -u)
+if [ $# -gt 0 ]; then
+    files=("$@")
+elif [ -z "$budget" ]; then
+    files=("${known[@]}")
+else
+    mapfile -t first < <(
+        printf '%s\n' "${known[@]}" | grep '^VellumlineCore/'
+        base=$(git merge-base HEAD origin/main 2>/dev/null || git rev-parse -q --verify HEAD~1 2>/dev/null || true)
+        if [ -n "$base" ]; then
+            git diff --name-only "$base" -- '*.cpp' | grep -Fxf <(printf '%s\n' "${known[@]}") || true
+        fi)
+    mapfile -t rest < <(printf '%s\n' "${known[@]}" | grep -vE '^(tests|benchmarks|fuzz)/' |
+        awk -v start="$(date +%j)" '{ lines[NR - 1] = $0 } END { for (i = 0; i < NR; i++) print lines[(i + start * 7) % NR] }')
+    mapfile -t files < <(printf '%s\n' "${first[@]}" "${rest[@]}" | awk 'NF && !seen[$0]++')
+fi
+
+results=$(mktemp -d)
+trap 'rm -rf "$results"' EXIT
+tidy_one() {
+    local result=$2/${1//\//_}
+    if [ -n "$3" ] && [ "$(date +%s)" -ge "$3" ]; then
+        return
+    fi
+    if clang-tidy --quiet -p "$4" "$1" >"$result" 2>/dev/null; then
+        echo ok >"$result.status"
+    else
+        echo failed >"$result.status"
+    fi
+}
+export -f tidy_one
+until=
+if [ -n "$budget" ]; then
+    until=$(($(date +%s) + budget))
+fi
+printf '%s\0' "${files[@]}" | xargs -0 -P "$(nproc)" -I{} bash -c 'tidy_one "$@"' _ {} "$results" "$until" "$build"
+
+checked=$(find "$results" -name '*.status' | wc -l)
+failed=$(grep -lx failed "$results"/*.status 2>/dev/null | wc -l)
+grep -lx failed "$results"/*.status 2>/dev/null | while read -r status; do
+    cat "${status%.status}"
+done
+echo "tidy: $checked of ${#files[@]} files looked at, $failed with findings"
+[ "$failed" = 0 ] && [ "$checked" -gt 0 ]
