@@ -11,7 +11,8 @@
 
 namespace vellumline {
 
-/// The single door to the two remote services. Main thread only; calls suspend.
+/// The single door to the two remote services. Main thread only; calls suspend, and whatever they use, this
+/// included, must outlive them.
 class API {
   public:
     API(HTTPTransport& transport, TokenStore& store, SessionRefresher& refresher, Clock& clock);

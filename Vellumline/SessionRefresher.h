@@ -12,7 +12,7 @@
 namespace vellumline {
 
 /// Exchanges the stored refresh token for a new access token; concurrent callers share one exchange. Main
-/// thread only.
+/// thread only. Transport and store must outlive every exchange.
 class SessionRefresher {
   public:
     struct Outcome {
@@ -38,7 +38,7 @@ class SessionRefresher {
 
   private:
     struct State;
-    std::unique_ptr<State> state_;
+    std::shared_ptr<State> state_;
 };
 
 } // namespace vellumline
