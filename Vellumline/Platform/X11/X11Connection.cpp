@@ -3,6 +3,7 @@
 #include <QAbstractEventDispatcher>
 #include <QSocketNotifier>
 #include <algorithm>
+#include <utility>
 
 namespace vellumline {
 
@@ -59,6 +60,42 @@ QByteArray X11Connection::atomName(xcb_atom_t atom) {
     atoms_.insert(name, atom);
     atomNames_.insert(atom, name);
     return name;
+}
+
+void X11Connection::prefetchAtoms(const QList<QByteArray>& names) {
+    QList<std::pair<QByteArray, xcb_intern_atom_cookie_t>> asked;
+    for (const auto& name : names) {
+        if (!atoms_.contains(name)) {
+            asked.append({name, xcb_intern_atom(connection_, 0, static_cast<std::uint16_t>(name.size()),
+                                                name.constData())});
+        }
+    }
+    for (const auto& [name, cookie] : std::as_const(asked)) {
+        const XcbReply<xcb_intern_atom_reply_t> reply(xcb_intern_atom_reply(connection_, cookie, nullptr));
+        if (!reply)
+            continue;
+        atoms_.insert(name, reply->atom);
+        atomNames_.insert(reply->atom, name);
+    }
+}
+
+void X11Connection::prefetchAtomNames(const QList<xcb_atom_t>& atoms) {
+    QList<std::pair<xcb_atom_t, xcb_get_atom_name_cookie_t>> asked;
+    for (const auto atom : atoms) {
+        if (!atomNames_.contains(atom))
+            asked.append({atom, xcb_get_atom_name(connection_, atom)});
+    }
+    for (const auto& [atom, cookie] : std::as_const(asked)) {
+        xcb_generic_error_t* error = nullptr;
+        const XcbReply<xcb_get_atom_name_reply_t> reply(xcb_get_atom_name_reply(connection_, cookie, &error));
+        const XcbReply<xcb_generic_error_t> errorOwner(error);
+        if (!reply)
+            continue;
+        const QByteArray name(xcb_get_atom_name_name(reply.get()),
+                              xcb_get_atom_name_name_length(reply.get()));
+        atoms_.insert(name, atom);
+        atomNames_.insert(atom, name);
+    }
 }
 
 X11Connection::Token X11Connection::addEventHandler(EventHandler handler) {

@@ -2,6 +2,7 @@
 
 #include <QByteArray>
 #include <QHash>
+#include <QList>
 #include <QObject>
 #include <cstdlib>
 #include <functional>
@@ -29,6 +30,9 @@ class X11Connection : public QObject {
     xcb_atom_t atom(const QByteArray& name);
     /// Name of an atom, remembered; empty when the server does not know it.
     QByteArray atomName(xcb_atom_t atom);
+    /// Makes the names or the atoms known for the calls above, all of them at the cost of one round trip.
+    void prefetchAtoms(const QList<QByteArray>& names);
+    void prefetchAtomNames(const QList<xcb_atom_t>& atoms);
 
     using EventHandler = std::function<void(const xcb_generic_event_t& event)>;
     using Token = quint64;
@@ -64,5 +68,10 @@ struct XcbFree {
     void operator()(void* memory) const { std::free(memory); }
 };
 template<class T> using XcbReply = std::unique_ptr<T, XcbFree>;
+
+/// The type of an event, without the bit that says that another client sent it.
+inline std::uint8_t eventType(const xcb_generic_event_t& event) {
+    return event.response_type & 0x7F;
+}
 
 } // namespace vellumline

@@ -1,0 +1,281 @@
+// What every pasteboard does, the one in memory and the one of the desktop.
+
+#include "Vellumline/Platform/X11/X11Pasteboard.h"
+#include "tests/contract/ClipboardPeers.h"
+#include "tests/fakes/FakePasteboard.h"
+
+#include <QCoroTask>
+#include <QCoroTimer>
+#include <QTest>
+
+using namespace vellumline;
+using Completeness = PasteboardContents::Completeness;
+
+namespace {
+
+class RealClock final : public Clock {
+  public:
+    double now() const override { return 0; }
+    std::chrono::nanoseconds monotonic() const override {
+        return std::chrono::steady_clock::now().time_since_epoch();
+    }
+    QCoro::Task<void> sleepFor(std::chrono::milliseconds duration) override {
+        QTimer timer;
+        timer.setSingleShot(true);
+        timer.start(duration);
+        co_await timer;
+    }
+};
+
+/// A pasteboard and the rest of the desktop.
+class Desktop {
+  public:
+    virtual ~Desktop() = default;
+    virtual Pasteboard& pasteboard() = 0;
+    virtual void copyElsewhere(const QList<PasteboardItem>& items) = 0;
+    virtual void hangElsewhere() = 0;
+    virtual void leaveElsewhere() = 0;
+};
+
+class FakeDesktop final : public Desktop {
+  public:
+    Pasteboard& pasteboard() override { return pasteboard_; }
+    void copyElsewhere(const QList<PasteboardItem>& items) override { pasteboard_.copyElsewhere(items); }
+    void hangElsewhere() override {
+        pasteboard_.copyElsewhere(QStringLiteral("never seen"));
+        pasteboard_.ownerHangs = true;
+    }
+    void leaveElsewhere() override { pasteboard_.clearElsewhere(); }
+
+  private:
+    RealClock clock_;
+    FakePasteboard pasteboard_{clock_};
+};
+
+class X11Desktop final : public Desktop {
+  public:
+    X11Desktop() {
+        X11Pasteboard::Limits limits;
+        limits.noProgress = std::chrono::milliseconds(300);
+        pasteboard_ = X11Pasteboard::open({}, limits);
+    }
+    Pasteboard& pasteboard() override { return *pasteboard_; }
+    void copyElsewhere(const QList<PasteboardItem>& items) override { own(test::scriptFor(items)); }
+    void hangElsewhere() override {
+        test::OwnerScript script;
+        script.hangs = true;
+        own(script);
+    }
+    void leaveElsewhere() override {
+        const auto count = pasteboard_->changeCount();
+        owner_.reset();
+        QTRY_VERIFY(pasteboard_->changeCount() != count);
+    }
+
+  private:
+    void own(const test::OwnerScript& script) {
+        const auto count = pasteboard_->changeCount();
+        auto next = std::make_unique<test::ScriptedOwner>(script);
+        owner_ = std::move(next); // the owner before goes when it owns no more
+        QTRY_VERIFY(pasteboard_->changeCount() != count);
+    }
+    std::unique_ptr<X11Pasteboard> pasteboard_;
+    std::unique_ptr<test::ScriptedOwner> owner_;
+};
+
+PasteboardItem threeTypes(int number) {
+    PasteboardItem item;
+    item.set(PasteboardType::rtf, "{\\rtf1 item " + QByteArray::number(number) + "}");
+    item.set(PasteboardType::string, "item " + QByteArray::number(number));
+    item.set(QStringLiteral("application/x-own"), test::patternOf(1000, number));
+    return item;
+}
+
+} // namespace
+
+class PasteboardContract : public QObject {
+    Q_OBJECT
+
+  private Q_SLOTS:
+    void init() {
+        QFETCH_GLOBAL(bool, real);
+        if (real)
+            desktop_ = std::make_unique<X11Desktop>();
+        else
+            desktop_ = std::make_unique<FakeDesktop>();
+        QCoro::waitFor(board().clearContents());
+    }
+    void cleanup() { desktop_.reset(); }
+    void initTestCase_data() {
+        QTest::addColumn<bool>("real");
+        QTest::newRow("in memory") << false;
+        QTest::newRow("on the X server") << true;
+    }
+
+    void anEmptyPasteboardIsCompleteAndHasNoItems() {
+        const auto contents = QCoro::waitFor(board().contents());
+        QCOMPARE(contents.items.size(), 0);
+        QCOMPARE(contents.completeness, Completeness::complete);
+        QVERIFY(!QCoro::waitFor(board().string()));
+        QVERIFY(!QCoro::waitFor(board().data(PasteboardType::rtf)));
+    }
+
+    void whatWasWrittenIsReadBackAsItWasWritten() {
+        const QList<PasteboardItem> items{threeTypes(1)};
+        QVERIFY(QCoro::waitFor(board().write(items)));
+        const auto contents = QCoro::waitFor(board().contents());
+        QCOMPARE(contents.completeness, Completeness::complete);
+        QVERIFY(contents.items == items);
+    }
+
+    void twoItemsOfThreeTypesComeBackInOrder() {
+        const QList<PasteboardItem> items{threeTypes(1), threeTypes(2)};
+        QVERIFY(QCoro::waitFor(board().write(items)));
+        QVERIFY(QCoro::waitFor(board().contents()).items == items);
+        QCOMPARE(QCoro::waitFor(board().string()), QStringLiteral("item 1"));
+    }
+
+    void aMarkerIsATypeWithoutBytes() {
+        auto item = FakePasteboard::textItem(QStringLiteral("private"));
+        item.set(PasteboardType::transientMarker, {});
+        item.set(PasteboardType::autoGeneratedMarker, {});
+        QVERIFY(QCoro::waitFor(board().write({item})));
+        const auto contents = QCoro::waitFor(board().contents());
+        QCOMPARE(contents.items.size(), 1);
+        QVERIFY(contents.items.first() == item);
+        QCOMPARE(QCoro::waitFor(board().data(PasteboardType::transientMarker)), QByteArray());
+    }
+
+    void theCountStaysWhileNobodyWrites() {
+        QVERIFY(QCoro::waitFor(board().write({threeTypes(1)})));
+        const auto count = board().changeCount();
+        QCoro::waitFor(board().contents());
+        QCoro::waitFor(board().string());
+        QCOMPARE(board().changeCount(), count);
+    }
+
+    void theCountHasChangedWhenAWriteEnds() {
+        const auto count = board().changeCount();
+        QVERIFY(QCoro::waitFor(board().write({threeTypes(1)})));
+        QVERIFY(board().changeCount() != count);
+    }
+
+    void theCountHasChangedWhenTheSameIsWrittenAgain() {
+        QVERIFY(QCoro::waitFor(board().write({threeTypes(1)})));
+        const auto count = board().changeCount();
+        QVERIFY(QCoro::waitFor(board().write({threeTypes(1)})));
+        QVERIFY(board().changeCount() != count);
+    }
+
+    void theCountHasChangedWhenAClearEnds() {
+        QVERIFY(QCoro::waitFor(board().write({threeTypes(1)})));
+        const auto count = board().changeCount();
+        QCoro::waitFor(board().clearContents());
+        QVERIFY(board().changeCount() != count);
+    }
+
+    void theCountChangesWhenAnotherProgramCopies() {
+        const auto count = board().changeCount();
+        desktop_->copyElsewhere({FakePasteboard::textItem(QStringLiteral("theirs"))});
+        QVERIFY(board().changeCount() != count);
+    }
+
+    void theCountChangesWhenAnotherProgramLeaves() {
+        desktop_->copyElsewhere({FakePasteboard::textItem(QStringLiteral("theirs"))});
+        const auto count = board().changeCount();
+        desktop_->leaveElsewhere();
+        QVERIFY(board().changeCount() != count);
+        const auto contents = QCoro::waitFor(board().contents());
+        QCOMPARE(contents.items.size(), 0);
+        QCOMPARE(contents.completeness, Completeness::complete);
+    }
+
+    void aClearLeavesNothingOfAnotherProgramEither() {
+        desktop_->copyElsewhere({FakePasteboard::textItem(QStringLiteral("theirs"))});
+        QCoro::waitFor(board().clearContents());
+        QCOMPARE(QCoro::waitFor(board().contents()).items.size(), 0);
+        QVERIFY(!QCoro::waitFor(board().string()));
+    }
+
+    void aWriteOfNothingLeavesItEmpty() {
+        QVERIFY(QCoro::waitFor(board().write({threeTypes(1)})));
+        QVERIFY(QCoro::waitFor(board().write({})));
+        QCOMPARE(QCoro::waitFor(board().contents()).items.size(), 0);
+    }
+
+    void textOfAnotherProgramIsReadAsText() {
+        const auto text = QStringLiteral("Größe 東京 👩‍👩‍👧\n\ttwo");
+        desktop_->copyElsewhere({FakePasteboard::textItem(text, "{\\rtf1 rich}")});
+        QCOMPARE(QCoro::waitFor(board().string()), text);
+        QCOMPARE(QCoro::waitFor(board().data(PasteboardType::string)), text.toUtf8());
+        QCOMPARE(QCoro::waitFor(board().data(PasteboardType::rtf)), QByteArray("{\\rtf1 rich}"));
+    }
+
+    void emptyTextOfAnotherProgramIsTextAllTheSame() {
+        PasteboardItem item;
+        item.set(PasteboardType::string, "");
+        desktop_->copyElsewhere({item});
+        QCOMPARE(QCoro::waitFor(board().string()), QString());
+        QVERIFY(QCoro::waitFor(board().string()).has_value());
+    }
+
+    void aTypeThatIsNotThereHasNoBytes() {
+        desktop_->copyElsewhere({FakePasteboard::textItem(QStringLiteral("plain"))});
+        QVERIFY(!QCoro::waitFor(board().data(PasteboardType::rtf)));
+        QVERIFY(!QCoro::waitFor(board().data(QStringLiteral("image/png"))));
+    }
+
+    void aPlatformTypeIsReadUnderItsOwnName() {
+        PasteboardItem item;
+        item.set(QStringLiteral("image/png"), test::patternOf(200000));
+        desktop_->copyElsewhere({item});
+        QCOMPARE(QCoro::waitFor(board().data(QStringLiteral("image/png"))), test::patternOf(200000));
+        QVERIFY(!QCoro::waitFor(board().string()));
+    }
+
+    void whatAnotherProgramCopiesReplacesOurs() {
+        QVERIFY(QCoro::waitFor(board().write({threeTypes(1)})));
+        desktop_->copyElsewhere({FakePasteboard::textItem(QStringLiteral("theirs"))});
+        QCOMPARE(QCoro::waitFor(board().string()), QStringLiteral("theirs"));
+    }
+
+    void aSnapshotOfAnotherProgramCanBeGivenBack() {
+        PasteboardItem item;
+        item.set(QStringLiteral("image/png"), test::patternOf(300000));
+        item.set(QStringLiteral("application/x-own"), test::patternOf(10, 7));
+        desktop_->copyElsewhere({item});
+        const auto before = QCoro::waitFor(board().contents());
+        QCOMPARE(before.completeness, Completeness::complete);
+        QVERIFY(before.items == QList<PasteboardItem>{item});
+        QVERIFY(QCoro::waitFor(board().write({FakePasteboard::textItem(QStringLiteral("ours"))})));
+        QVERIFY(QCoro::waitFor(board().write(before.items)));
+        QVERIFY(QCoro::waitFor(board().contents()).items == before.items);
+    }
+
+    void anOwnerThatHangsIsUnreadableAndCanBeReplaced() {
+        desktop_->hangElsewhere();
+        const auto contents = QCoro::waitFor(board().contents());
+        QCOMPARE(contents.completeness, Completeness::unreadable);
+        QCOMPARE(contents.items.size(), 0);
+        QVERIFY(!QCoro::waitFor(board().string()));
+        QVERIFY(QCoro::waitFor(board().write({threeTypes(1)})));
+        QCOMPARE(QCoro::waitFor(board().string()), QStringLiteral("item 1"));
+    }
+
+    void twoReadersAtOnceBothGetEverything() {
+        desktop_->copyElsewhere({FakePasteboard::textItem(QStringLiteral("theirs"), "{\\rtf1 theirs}")});
+        auto first = board().contents();
+        auto second = board().string();
+        auto third = board().data(PasteboardType::rtf);
+        QCOMPARE(QCoro::waitFor(std::move(third)), QByteArray("{\\rtf1 theirs}"));
+        QCOMPARE(QCoro::waitFor(std::move(second)), QStringLiteral("theirs"));
+        QVERIFY(!QCoro::waitFor(std::move(first)).items.isEmpty());
+    }
+
+  private:
+    Pasteboard& board() { return desktop_->pasteboard(); }
+    std::unique_ptr<Desktop> desktop_;
+};
+
+QTEST_GUILESS_MAIN(PasteboardContract)
+#include "tst_pasteboard_contract.moc"
