@@ -1,5 +1,7 @@
 #pragma once
 
+#include "VellumlineCore/Text.h"
+
 #include <QByteArray>
 #include <QString>
 #include <optional>
@@ -39,10 +41,5 @@ std::optional<Font> fontInHtml(const QByteArray& html);
 QString familyName(const Font& font);
 
 } // namespace SelectionStyle
-
-/// Lengths the user sees: extended grapheme clusters (Unicode UAX #29), never UTF-16 units.
-qsizetype characterCount(const QString& text);
-/// The text without Unicode white space and line separators at both ends.
-QString trimmedWhitespace(const QString& text);
 
 } // namespace vellumline

@@ -1,0 +1,53 @@
+#include "VellumlineCore/Json.h"
+
+#include <QJsonDocument>
+#include <cmath>
+
+namespace vellumline {
+
+JsonReader::JsonReader(const QByteArray& data) {
+    QJsonParseError error;
+    const QJsonDocument document = QJsonDocument::fromJson(data, &error);
+    failed_ = error.error != QJsonParseError::NoError || !document.isObject();
+    if (!failed_)
+        object_ = document.object();
+}
+
+QString JsonReader::string(const QString& key) {
+    const QJsonValue value = object_.value(key);
+    if (!value.isString())
+        failed_ = true;
+    return value.toString();
+}
+
+std::optional<QString> JsonReader::optionalString(const QString& key) {
+    const QJsonValue value = object_.value(key);
+    if (value.isUndefined() || value.isNull())
+        return std::nullopt;
+    return string(key);
+}
+
+qint64 JsonReader::integer(const QString& key) {
+    const QJsonValue value = object_.value(key);
+    if (!value.isDouble()) {
+        failed_ = true;
+        return 0;
+    }
+    // Two defaults tell a number that is not an integer of 64 bits from one that happens to equal the
+    // default.
+    const qint64 first = value.toInteger(0);
+    if (first != value.toInteger(1))
+        failed_ = true;
+    return first;
+}
+
+std::optional<bool> JsonReader::optionalBoolean(const QString& key) {
+    const QJsonValue value = object_.value(key);
+    if (value.isUndefined() || value.isNull())
+        return std::nullopt;
+    if (!value.isBool())
+        failed_ = true;
+    return value.toBool();
+}
+
+} // namespace vellumline

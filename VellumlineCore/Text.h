@@ -1,0 +1,16 @@
+#pragma once
+
+#include <QString>
+
+namespace vellumline {
+
+/// Lengths the user sees: extended grapheme clusters (Unicode UAX #29), never UTF-16 units.
+qsizetype characterCount(const QString& text);
+/// Whether the text has more than `limit` characters; stops counting there.
+bool hasMoreCharactersThan(const QString& text, qsizetype limit);
+/// The text without Unicode white space and line separators at both ends.
+QString trimmedWhitespace(const QString& text);
+/// White space or a line separator: the Unicode property White_Space.
+bool isWhitespace(char32_t scalar);
+
+} // namespace vellumline
