@@ -17,10 +17,11 @@ packages[run]="
 # A desktop of its own for the demonstration, two editors of two toolkits, and the browser for the sign-in.
 packages[demo]="
     xvfb openbox dbus-x11 gnome-keyring libsecret-tools xdotool wmctrl x11-xserver-utils x11-xkb-utils
-    imagemagick fonts-dejavu-core procps python3 mousepad featherpad chromium chromium-driver"
+    xclip imagemagick fonts-dejavu-core procps util-linux iproute2 python3 python3-gi gir1.2-atspi-2.0
+    mousepad featherpad chromium chromium-driver"
 # The applications, tray hosts and clipboard managers that the desktop tests run against.
 packages[test]="
-    xclip xinput x11-apps xfwm4 python3-gi gir1.2-atspi-2.0 openssl
+    xinput x11-apps xfwm4 openssl
     kate gedit gnome-text-editor libreoffice-writer libreoffice-gtk3 firefox-esr xterm xfce4-terminal plasma-workspace"
 packages[check]="git clang clang-tidy clang-format libclang-rt-14-dev llvm shellcheck"
 

@@ -3,20 +3,41 @@
 # accessibility bus switched on, window manager, unlocked keyring, and a home of its own. Nothing of it touches the
 # caller's session. Exit status: the command's.
 #
-#   with-desktop.sh [--wm openbox|xfwm4|none] [--size 1280x800x24] [--no-keyring] [--no-accessibility] COMMAND [ARG…]
+#   with-desktop.sh [--wm openbox|xfwm4|none] [--size 1280x800x24] [--no-keyring] [--no-accessibility]
+#                   [--private-network] COMMAND [ARG…]
+#
+# --private-network gives the session a loopback address of its own where the kernel lets us, so that two sessions
+# can each have a service on the same port; VELLUMLINE_PRIVATE_NETWORK is "yes" in the command's environment then.
 set -u
 
-window_manager=openbox size=1280x800x24 keyring=yes accessibility=yes
+arguments=("$@")
+window_manager=openbox size=1280x800x24 keyring=yes accessibility=yes private_network=no
 while [ $# -gt 0 ]; do
     case "$1" in
     --wm) window_manager=$2; shift 2 ;;
     --size) size=$2; shift 2 ;;
     --no-keyring) keyring=no; shift ;;
     --no-accessibility) accessibility=no; shift ;;
+    --private-network) private_network=yes; shift ;;
     *) break ;;
     esac
 done
 [ $# -gt 0 ] || { echo "with-desktop.sh: no command given" >&2; exit 64; }
+
+if [ "$private_network" = yes ] && [ "${VELLUMLINE_PRIVATE_NETWORK:-}" != entered ]; then
+    namespace=(unshare --net)
+    [ "$(id -u)" = 0 ] || namespace=(unshare --user --map-current-user --keep-caps --net)
+    if "${namespace[@]}" ip link set lo up 2>/dev/null; then
+        export VELLUMLINE_PRIVATE_NETWORK=entered
+        # shellcheck disable=SC2016  # expanded by the inner shell
+        exec "${namespace[@]}" bash -c 'ip link set lo up && exec "$@"' _ "$0" "${arguments[@]}"
+    fi
+fi
+if [ "${VELLUMLINE_PRIVATE_NETWORK:-}" = entered ]; then
+    export VELLUMLINE_PRIVATE_NETWORK=yes
+else
+    unset VELLUMLINE_PRIVATE_NETWORK
+fi
 
 folder=$(mktemp -d "${TMPDIR:-/tmp}/vellumline-desktop.XXXXXX")
 pids=()
@@ -25,9 +46,18 @@ stop_session() {
         kill "${pids[i]}" 2>/dev/null
     done
     # Programs that the session bus activated (keyring, portals) live outside our process tree; their runtime folder
-    # names them.
-    grep -slz "^XDG_RUNTIME_DIR=$folder/run$" /proc/[0-9]*/environ 2>/dev/null | cut -d/ -f3 | while read -r pid; do
-        [ "$pid" = "$$" ] || kill "$pid" 2>/dev/null
+    # names them. What does not end when asked is ended.
+    for attempt in $(seq 40); do
+        remaining=$(grep -slz "^XDG_RUNTIME_DIR=$folder/run$" /proc/[0-9]*/environ 2>/dev/null | cut -d/ -f3)
+        found=no
+        for pid in $remaining; do
+            if [ "$pid" = "$$" ] || [ ! -d "/proc/$pid" ]; then continue; fi
+            found=yes
+            if [ "$attempt" = 1 ]; then kill "$pid" 2>/dev/null; fi
+            if [ "$attempt" = 30 ]; then kill -KILL "$pid" 2>/dev/null; fi
+        done
+        [ "$found" = yes ] || break
+        sleep 0.05
     done
     for _ in 1 2 3 4 5; do
         rm -rf "$folder" 2>/dev/null && break
