@@ -9,8 +9,8 @@ namespace vellumline {
 
 /// Items of the desktop's Secret Service (org.freedesktop.secrets: GNOME Keyring, KWallet, KeePassXC), found
 /// by the attributes "service" and "account". Nothing here asks the user anything: a locked collection, or a
-/// missing default one, is `locked`. A daemon that is absent, hung or dies is `unavailable`, at the latest
-/// after `deadline`. Must outlive its calls.
+/// missing default one, is `locked`. A daemon that is absent, hung or dies is `unavailable` (or `locked`,
+/// when the bus starts another in its place), at the latest after `deadline`. Must outlive its calls.
 class SecretServiceKeychain : public Keychain {
   public:
     explicit SecretServiceKeychain(std::chrono::milliseconds deadline = std::chrono::seconds(2));
