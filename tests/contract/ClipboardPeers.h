@@ -29,7 +29,9 @@ namespace vellumline::test {
 /// A synchronous X client with one window.
 class PlainClient {
   public:
-    PlainClient() : connection_(xcb_connect(nullptr, nullptr)) {
+    /// The display of DISPLAY when empty.
+    explicit PlainClient(const QByteArray& display = {})
+        : connection_(xcb_connect(display.isEmpty() ? nullptr : display.constData(), nullptr)) {
         window_ = createWindow();
         xcb_flush(connection_);
     }
@@ -115,6 +117,8 @@ struct Pasted {
 /// Asks for selections and waits for the answer. Several can be used at once, each from one thread.
 class Requestor : public PlainClient {
   public:
+    using PlainClient::PlainClient;
+
     void ask(const QByteArray& target, xcb_timestamp_t time = XCB_CURRENT_TIME,
              const QByteArray& property = "REQUESTOR") {
         xcb_convert_selection(raw(), window(), atom("CLIPBOARD"), atom(target), atom(property), time);
@@ -213,8 +217,8 @@ struct OwnerScript {
 /// Owns CLIPBOARD, on a thread of its own, from its construction until it is destroyed or told to let go.
 class ScriptedOwner {
   public:
-    explicit ScriptedOwner(OwnerScript script, OwnerScript second = {})
-        : script_(std::move(script)), second_(std::move(second)) {
+    explicit ScriptedOwner(OwnerScript script, OwnerScript second = {}, const QByteArray& display = {})
+        : script_(std::move(script)), second_(std::move(second)), display_(display) {
         std::promise<void> ready;
         auto owned = ready.get_future();
         thread_ = std::thread([this, &ready] { run(ready); });
@@ -262,7 +266,7 @@ class ScriptedOwner {
     }
 
     void run(std::promise<void>& ready) {
-        PlainClient client;
+        PlainClient client(display_);
         take(client);
         ready.set_value();
         std::vector<Transfer> transfers;
@@ -385,6 +389,7 @@ class ScriptedOwner {
 
     OwnerScript script_;
     OwnerScript second_;
+    QByteArray display_;
     mutable std::mutex mutex_;
     QStringList requests_;
     std::atomic<int> mostAtOnce_{0};

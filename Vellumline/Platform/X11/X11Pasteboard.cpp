@@ -99,8 +99,8 @@ bool X11Pasteboard::start(const QByteArray& display, std::uint8_t fixesFirstEven
 }
 
 X11Pasteboard::~X11Pasteboard() {
-    server_.reset(); // joins the thread: nothing is posted from here on, and what was posted is dropped
     lose();
+    server_.reset(); // joins the thread: nothing is posted from here on, and what was posted is dropped
 }
 
 void X11Pasteboard::lose() {
@@ -450,7 +450,7 @@ void X11Pasteboard::watchForDestruction(xcb_window_t window) {
 }
 
 QCoro::Task<void> X11Pasteboard::waitForPaste() {
-    if (!pasted_ || pasted_->targetWindow == XCB_WINDOW_NONE)
+    if (isLost() || !pasted_ || pasted_->targetWindow == XCB_WINDOW_NONE)
         co_return;
     const auto deadline = pasted_->writtenAt + limits_.pasteRead;
     const auto target = server_->clientBase(pasted_->targetWindow);
