@@ -120,6 +120,7 @@ bool QtKeyMonitor::swallows(const QKeyEvent& event) {
         if (handler(key) == Handling::swallow) {
             decidedToSwallow_ = true;
             swallowedAndDown_.insert(event.nativeScanCode());
+            watch(); // the handler may have removed the last monitor, and the rest of the press is to come
             break;
         }
     }
