@@ -5,9 +5,16 @@
 #include <xcb/xinput.h>
 #include <xcb/xtest.h>
 // The header names a structure member "explicit".
+#ifdef __clang__
+#pragma clang diagnostic push
+#pragma clang diagnostic ignored "-Wkeyword-macro"
+#endif
 #define explicit explicit_
 #include <xcb/xkb.h>
 #undef explicit
+#ifdef __clang__
+#pragma clang diagnostic pop
+#endif
 
 namespace vellumline {
 

@@ -405,7 +405,7 @@ QCoro::Task<bool> X11Pasteboard::write(QList<PasteboardItem> items) {
     const auto targets = clipboardFormats::servedTargets(items);
     std::optional<PastedText> pasted;
     if (isPasteboardText(items)) {
-        pasted.emplace();
+        pasted = PastedText{}; // clang 14 finds no emplace() for a nested class with member initialisers
         pasted->targetWindow = pasteTargetNow();
     }
     ownItems_ = items;
