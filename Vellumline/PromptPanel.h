@@ -1,0 +1,42 @@
+#pragma once
+
+#include "Vellumline/Platform/Prompts.h"
+
+#include <QObject>
+#include <QPointer>
+#include <QWidget>
+
+namespace vellumline {
+
+/// The small floating window that asks the user one question: title, explanation, "Not now" and the actions.
+class PromptPanel final : public QObject, public Prompts {
+    Q_OBJECT
+  public:
+    explicit PromptPanel(QObject* parent = nullptr);
+    ~PromptPanel() override;
+
+    void show(const QString& title, const QString& detail, const QList<PromptAction>& actions,
+              std::function<void()> onFinish) override;
+    bool bringToFront() override;
+
+    /// "Not now": closes the window if there is one.
+    void dismiss();
+    /// The button of that action; an index outside of the list does nothing.
+    void pressed(qsizetype index);
+    /// The window on screen, if any.
+    QWidget* window() const { return window_; }
+
+  protected:
+    bool eventFilter(QObject* watched, QEvent* event) override;
+
+  private:
+    static void place(QWidget* window);
+    void close();
+    void windowWillClose();
+
+    QPointer<QWidget> window_;
+    QList<PromptAction> actions_;
+    std::function<void()> onFinish_ = [] {};
+};
+
+} // namespace vellumline
