@@ -12,8 +12,8 @@
 #include <QToolButton>
 #include <memory>
 
-// The drawings lie in a static library, whose resources register themselves only when asked to. Q_INIT_RESOURCE must
-// stand outside of every namespace.
+// The drawings lie in a static library, whose resources register themselves only when asked to.
+// Q_INIT_RESOURCE must stand outside of every namespace.
 static void registerDrawings() {
     static const bool once = [] {
         Q_INIT_RESOURCE(vellumline);
