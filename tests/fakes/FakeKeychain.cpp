@@ -1,6 +1,5 @@
 #include "fakes/FakeKeychain.h"
 
-#include <QCoreApplication>
 #include <QMetaObject>
 
 namespace vellumline {
@@ -92,7 +91,7 @@ void FakeKeychain::arrive(const char* operation, const QString& service, const Q
     if (held_)
         pending_.append(std::move(answer));
     else
-        QMetaObject::invokeMethod(QCoreApplication::instance(), std::move(answer), Qt::QueuedConnection);
+        QMetaObject::invokeMethod(&context_, std::move(answer), Qt::QueuedConnection);
 }
 
 std::optional<Keychain::Status> FakeKeychain::refusal(const std::optional<Status>& instead) const {

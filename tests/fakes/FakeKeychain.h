@@ -5,6 +5,7 @@
 
 #include <QHash>
 #include <QList>
+#include <QObject>
 #include <QPair>
 #include <QStringList>
 #include <functional>
@@ -52,6 +53,7 @@ class FakeKeychain : public Keychain {
                 std::function<void()> answer);
     std::optional<Status> refusal(const std::optional<Status>& instead) const;
 
+    QObject context_; // what is still to be answered goes away with the keychain
     bool held_ = false;
     QList<std::function<void()>> pending_;
 };
