@@ -65,8 +65,21 @@ QByteArray X11Workspace::property(xcb_window_t window, const QByteArray& name, x
 xcb_window_t X11Workspace::activeWindow() const {
     const QByteArray active =
         property(connection_.rootWindow(), QByteArrayLiteral("_NET_ACTIVE_WINDOW"), XCB_ATOM_WINDOW);
-    // A property that says None is an answer: the desktop itself has the input.
-    return active.isEmpty() ? focusedTopLevel() : firstCardinal(active);
+    if (active.isEmpty())
+        return focusedTopLevel();
+    // A property that says None is an answer: the desktop itself has the input. Openbox 3.6 goes on naming
+    // the last window after it was destroyed, and its number may by now belong to another program.
+    const xcb_window_t window = firstCardinal(active);
+    return window != XCB_WINDOW_NONE && exists(window) ? window : xcb_window_t{XCB_WINDOW_NONE};
+}
+
+bool X11Workspace::exists(xcb_window_t window) const {
+    xcb_generic_error_t* error = nullptr;
+    const auto cookie = xcb_get_window_attributes(connection_.raw(), window);
+    const XcbReply<xcb_get_window_attributes_reply_t> reply(
+        xcb_get_window_attributes_reply(connection_.raw(), cookie, &error));
+    const XcbReply<xcb_generic_error_t> errorOwner(error);
+    return reply != nullptr;
 }
 
 xcb_window_t X11Workspace::focusedTopLevel() const {
@@ -104,7 +117,9 @@ X11Workspace::WindowClass X11Workspace::activeWindowClass() const {
 bool X11Workspace::isOfThisMachine(xcb_window_t window) const {
     const QByteArray machine =
         property(window, QByteArrayLiteral("WM_CLIENT_MACHINE"), XCB_ATOM_STRING).split('\0').value(0);
-    return machine.isEmpty() || QString::fromLocal8Bit(machine) == QSysInfo::machineHostName();
+    // Some programs say the short name, some the full one.
+    const QString here = QSysInfo::machineHostName().section(QLatin1Char('.'), 0, 0);
+    return machine.isEmpty() || QString::fromLocal8Bit(machine).section(QLatin1Char('.'), 0, 0) == here;
 }
 
 qint64 X11Workspace::clientProcess(xcb_window_t window) const {

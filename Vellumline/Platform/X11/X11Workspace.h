@@ -38,6 +38,7 @@ class X11Workspace final : public Workspace {
 
   private:
     QByteArray property(xcb_window_t window, const QByteArray& name, xcb_atom_t type) const;
+    bool exists(xcb_window_t window) const;
     xcb_window_t focusedTopLevel() const;
     bool isOfThisMachine(xcb_window_t window) const;
     qint64 clientProcess(xcb_window_t window) const;

@@ -1,0 +1,140 @@
+#include "Vellumline/Platform/X11/X11Workspace.h"
+#include "desktop/X11TestClient.h"
+#include "fakes/FakeWorkspace.h"
+
+#include <QTest>
+#include <unistd.h>
+
+using namespace vellumline;
+
+namespace {
+
+/// A desktop with other programs on it.
+class Bench {
+  public:
+    virtual ~Bench() = default;
+    virtual Workspace& workspace() = 0;
+    virtual void bringToFront(qint64 processIdentifier) = 0;
+    virtual void leaveNobodyInFront() = 0;
+    virtual QList<QUrl> openedURLs() = 0;
+    virtual int beeps() = 0;
+};
+
+class FakeBench final : public Bench {
+  public:
+    Workspace& workspace() override { return workspace_; }
+    void bringToFront(qint64 processIdentifier) override {
+        workspace_.front = Workspace::Application{processIdentifier};
+    }
+    void leaveNobodyInFront() override { workspace_.front.reset(); }
+    QList<QUrl> openedURLs() override { return workspace_.openedURLs(); }
+    int beeps() override { return workspace_.beeps(); }
+
+  private:
+    FakeWorkspace workspace_;
+};
+
+class X11Bench final : public Bench {
+  public:
+    X11Bench()
+        : connection_(X11Connection::open()),
+          workspace_(*connection_, [this](const QString& program, const QStringList& arguments) {
+              if (program == QLatin1String("xdg-open"))
+                  opened_.append(QUrl(arguments.value(0)));
+              return true;
+          }) {
+        constexpr std::uint16_t bell = XCB_XKB_EVENT_TYPE_BELL_NOTIFY;
+        xcb_xkb_select_events(listener_.raw(), XCB_XKB_ID_USE_CORE_KBD, bell, 0, bell, 0, 0, nullptr);
+        listener_.sync();
+        bellEvent_ = xcb_get_extension_data(listener_.raw(), &xcb_xkb_id)->first_event;
+    }
+    Workspace& workspace() override { return workspace_; }
+    void bringToFront(qint64 processIdentifier) override {
+        program_ = std::make_unique<X11TestClient>();
+        const xcb_window_t window = xcb_generate_id(program_->raw());
+        xcb_create_window(program_->raw(), XCB_COPY_FROM_PARENT, window, program_->root(), 0, 0, 100, 100, 0,
+                          XCB_WINDOW_CLASS_INPUT_OUTPUT, XCB_COPY_FROM_PARENT, 0, nullptr);
+        const auto pid = static_cast<std::uint32_t>(processIdentifier);
+        xcb_change_property(program_->raw(), XCB_PROP_MODE_REPLACE, window, program_->atom("_NET_WM_PID"),
+                            XCB_ATOM_CARDINAL, 32, 1, &pid);
+        xcb_map_window(program_->raw(), window);
+        program_->sync();
+        QTRY_COMPARE(workspace_.activeWindow(), window); // the window manager has made it the active one
+    }
+    void leaveNobodyInFront() override {
+        program_.reset();
+        QTRY_COMPARE(workspace_.activeWindow(), xcb_window_t{XCB_WINDOW_NONE});
+    }
+    QList<QUrl> openedURLs() override { return opened_; }
+    int beeps() override {
+        const XcbReply<xcb_get_input_focus_reply_t> done(
+            xcb_get_input_focus_reply(connection_->raw(), xcb_get_input_focus(connection_->raw()), nullptr));
+        listener_.sync();
+        while (auto* event = xcb_poll_for_event(listener_.raw())) {
+            const XcbReply<xcb_generic_event_t> owned(event);
+            if ((event->response_type & 0x7f) == bellEvent_ && event->pad0 == XCB_XKB_BELL_NOTIFY)
+                ++beeps_;
+        }
+        return beeps_;
+    }
+
+  private:
+    QList<QUrl> opened_;
+    std::unique_ptr<X11Connection> connection_;
+    X11Workspace workspace_;
+    std::unique_ptr<X11TestClient> program_;
+    X11TestClient listener_;
+    int bellEvent_ = 0;
+    int beeps_ = 0;
+};
+
+} // namespace
+
+/// What every workspace does, the real one and the one of the tests.
+class WorkspaceContract : public QObject {
+    Q_OBJECT
+
+  private:
+    std::unique_ptr<Bench> bench_;
+
+  private Q_SLOTS:
+    void initTestCase_data() {
+        QTest::addColumn<bool>("real");
+        QTest::newRow("the fake") << false;
+        QTest::newRow("X11") << true;
+    }
+    void init() {
+        QFETCH_GLOBAL(bool, real);
+        bench_.reset();
+        if (real)
+            bench_ = std::make_unique<X11Bench>();
+        else
+            bench_ = std::make_unique<FakeBench>();
+    }
+    void cleanup() { bench_.reset(); }
+
+    void theProgramInFrontIsNamedByItsProcess() {
+        bench_->bringToFront(getppid());
+        QCOMPARE(bench_->workspace().frontmostApplication(), Workspace::Application{getppid()});
+        bench_->bringToFront(getpid());
+        QCOMPARE(bench_->workspace().frontmostApplication(), Workspace::Application{getpid()});
+    }
+    void nobodyInFrontIsNothing() {
+        bench_->bringToFront(getpid());
+        bench_->leaveNobodyInFront();
+        QVERIFY(!bench_->workspace().frontmostApplication());
+    }
+    void linksAreOpenedAsTheyAre() {
+        const QUrl url(QStringLiteral("https://example.com/login/?app_challenge=a%20b&x=1#part"));
+        bench_->workspace().openURL(url);
+        QTRY_COMPARE(bench_->openedURLs(), QList<QUrl>({url}));
+    }
+    void oneBeepIsOneBeep() {
+        QCOMPARE(bench_->beeps(), 0);
+        bench_->workspace().beep();
+        QCOMPARE(bench_->beeps(), 1);
+    }
+};
+
+QTEST_GUILESS_MAIN(WorkspaceContract)
+#include "tst_workspacecontract.moc"
