@@ -101,7 +101,7 @@ check() {
 
     # The main thread never waits.
     report "no nested event loop" < <(
-        code_matching '\b(QEventLoop|processEvents|g_main_loop_run|g_main_context_iteration)\b' "${every[@]}"
+        code_matching '\b(QEventLoop|processEvents|g_main_loop_run)\b|\bg_main_context_iteration\s*\([^,]*,(?!\s*FALSE)' "${every[@]}"
         code_matching '\bexec\s*\(' "${core[@]}" "${application[@]}" "${adapters[@]}"
         code_matching '\bexec\s*\(' "${entry[@]}" | grep -vE '\b(QCoreApplication|QGuiApplication|QApplication|application)(::|\.)exec\(\)')
     report "no blocking wait" < <(
@@ -142,6 +142,7 @@ self_test() {
         'VellumlineService/Planted.cpp|#include "Vellumline/API.h"|the service'
         'Vellumline/Planted.cpp|void planted() { QEventLoop loop; }|no nested event loop'
         'Vellumline/Planted.cpp|void planted() { QCoreApplication::processEvents(); }|no nested event loop'
+        'Vellumline/Platform/Linux/Planted.cpp|void planted() { g_main_context_iteration(nullptr, TRUE); }|no nested event loop'
         'Vellumline/Planted.cpp|void planted(QDialog& dialog) { dialog.exec(); }|no nested event loop'
         'Vellumline/VellumlineApp.cpp|void planted(QMenu& menu) { menu.exec(QPoint()); }|no nested event loop'
         'Vellumline/Planted.cpp|void planted(QProcess& process) { process.waitForFinished(); }|no blocking wait'
@@ -166,6 +167,7 @@ self_test() {
         'Vellumline/Planted.cpp|auto planted = [this] { later([](Model* model) -> QCoro::Task<> { co_await model->z(); }(this)); };'
         'Vellumline/Platform/Linux/Planted.cpp|auto planted = bus.asyncCall(message);'
         'Vellumline/Platform/X11/Planted.cpp|#include <xcb/xcb.h>'
+        'Vellumline/Platform/Linux/Planted.cpp|void planted() { g_main_context_iteration(nullptr, FALSE); }'
         'Vellumline/main.cpp|int planted() { return QApplication::exec(); }'
     )
     local plant path text rule output line saved

@@ -10,7 +10,7 @@ cd "$root"
 # Each pattern is written so that it does not match itself here.
 rules=(
     "a reference to a planning paper|\\b([Ss]pec(ification)?\\.m[d]|[Tt]he [s]pec\\b|[Pp]latform-fact[s]|[Dd]esign\\.m[d])|\\b[P]arts? [0-9]+\\.[0-9]+"
-    "a path of a developer's machine|(^|[^A-Za-z0-9_.~}\$-])/(wor[k]|roo[t]|hom[e]/[a-z]+)(/|\\b)|(^|[^A-Za-z0-9_.}-])/tm[p]/[A-Za-z]"
+    "a path of a developer's machine|(^|[^A-Za-z0-9_.~}\$-])/(wor[k]|roo[t]|hom[e]/[a-z]+)(/|\\b)|(^|[^A-Za-z0-9_.}/-])/tm[p]/[A-Za-z]"
     "a package registry host|registry\\.npmj[s]|pypi\\.or[g]|crates\\.i[o]|deb\\.debian\\.or[g]|proxy\\.golan[g]|archive\\.ubunt[u]"
     "a conflict marker|^(<{7}|>{7}) "
 )
