@@ -1,0 +1,258 @@
+#include "VellumlineService/Service/HttpServer.h"
+
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QPointer>
+#include <QTcpSocket>
+#include <QTimer>
+
+namespace vellumline {
+
+namespace {
+
+// Beyond this many waiting corrections an honest "unavailable" is better than an answer after the client's
+// patience.
+constexpr int slowQueueLimit = 64;
+
+HttpAnswer errorAnswer(int status, const QString& text) {
+    HttpAnswer answer;
+    answer.status = status;
+    answer.body = QJsonDocument(QJsonObject{{QStringLiteral("error"), text}}).toJson(QJsonDocument::Compact);
+    return answer;
+}
+
+} // namespace
+
+/// One client connection: one request at a time, in order.
+class HttpConnection : public QObject {
+    Q_OBJECT
+  public:
+    HttpConnection(QTcpSocket* socket, HttpServer& server)
+        : QObject(&server), socket_(socket), server_(server), parser_(server.limits_) {
+        socket_->setParent(this);
+        socket_->setSocketOption(QAbstractSocket::LowDelayOption, 1);
+        // A client that sends ahead is held back by TCP instead of by our memory.
+        socket_->setReadBufferSize(64 * 1024);
+        timer_.setSingleShot(true);
+        connect(&timer_, &QTimer::timeout, this, &HttpConnection::tooLate);
+        connect(socket_, &QTcpSocket::readyRead, this, &HttpConnection::read);
+        connect(socket_, &QTcpSocket::disconnected, this, &HttpConnection::end);
+        timer_.start(server_.limits_.idleMilliseconds);
+        read();
+    }
+
+    /// Called when the server stops: nothing begun is cut off, nothing idle is waited for.
+    void stop() {
+        if (!busy_ && parser_.state() == HttpParser::State::idle) {
+            socket_->disconnectFromHost();
+        }
+    }
+
+  private:
+    void read() {
+        if (busy_ || closing_) {
+            return;
+        }
+        const HttpParser::State before = parser_.state();
+        advance(before, parser_.feed(socket_->readAll()));
+    }
+
+    void advance(HttpParser::State before, HttpParser::State now) {
+        if (now == HttpParser::State::failed) {
+            refuse(parser_.failure());
+            return;
+        }
+        if (now == HttpParser::State::complete) {
+            dispatch(parser_.take());
+            return;
+        }
+        if (before != now) {
+            if (now == HttpParser::State::inHeaders) {
+                timer_.start(server_.limits_.headerMilliseconds);
+            } else if (now == HttpParser::State::inBody) {
+                timer_.start(server_.limits_.bodyMilliseconds);
+                if (parser_.current().expectsContinue) {
+                    socket_->write("HTTP/1.1 100 Continue\r\n\r\n");
+                }
+            }
+        }
+    }
+
+    void dispatch(HttpRequest request) {
+        busy_ = true;
+        keepAlive_ = request.keepAlive;
+        head_ = request.method == "HEAD";
+        claim_ = request.claim;
+        const bool slow = server_.isSlow_(request);
+        if (slow && server_.slowQueued_->load() >= slowQueueLimit) {
+            claim_->giveUp();
+            answer(errorAnswer(503, QStringLiteral("too many corrections are waiting")));
+            return;
+        }
+        timer_.start(server_.limits_.answerMilliseconds);
+        const QPointer<HttpConnection> self(this);
+        const auto queued = server_.slowQueued_;
+        if (slow) {
+            queued->fetch_add(1);
+        }
+        // The server outlives its pools, and the pools outlive every job; the connection may not.
+        HttpServer* const server = &server_;
+        server_.poolFor(request).start([self, server, queued, slow, request = std::move(request)] {
+            const auto claim = request.claim;
+            HttpAnswer made;
+            if (!claim->givenUp()) {
+                made = server->handler_(request);
+            }
+            if (slow) {
+                queued->fetch_sub(1);
+            }
+            QMetaObject::invokeMethod(
+                server,
+                [self, claim, made = std::move(made)] {
+                    if (self && self->claim_ == claim && self->busy_) {
+                        // A handler that never claimed (it had nothing to commit) is still in time here.
+                        claim->claim();
+                        if (!claim->givenUp()) {
+                            self->answer(made);
+                        }
+                    }
+                },
+                Qt::QueuedConnection);
+        });
+    }
+
+    void answer(const HttpAnswer& made) {
+        busy_ = false;
+        claim_.reset();
+        const bool keep = keepAlive_ && !server_.stopping_;
+        QByteArray out = "HTTP/1.1 " + QByteArray::number(made.status) + ' ' + httpReason(made.status) +
+                         "\r\nContent-Length: " + QByteArray::number(made.body.size()) +
+                         "\r\nContent-Type: " + made.contentType +
+                         "\r\nCache-Control: no-store\r\nX-Content-Type-Options: nosniff\r\nConnection: " +
+                         (keep ? "keep-alive" : "close") + "\r\n";
+        for (const auto& [name, value] : made.headers) {
+            out += name + ": " + value + "\r\n";
+        }
+        out += "\r\n";
+        if (!head_) {
+            out += made.body;
+        }
+        socket_->write(out);
+        if (!keep) {
+            closing_ = true;
+            // A client that does not take its answer is not waited for longer than one that does not send.
+            timer_.start(server_.limits_.bodyMilliseconds);
+            socket_->disconnectFromHost();
+            return;
+        }
+        timer_.start(server_.limits_.idleMilliseconds);
+        const HttpParser::State before = parser_.state();
+        advance(before, parser_.proceed());
+        if (!busy_ && !closing_ && socket_->bytesAvailable() > 0) {
+            read();
+        }
+    }
+
+    void refuse(int status) {
+        keepAlive_ = false;
+        head_ = false;
+        answer(errorAnswer(status, QString::fromLatin1(httpReason(status)).toLower()));
+    }
+
+    void tooLate() {
+        if (closing_) {
+            socket_->abort();
+            end();
+        } else if (busy_) {
+            if (claim_->giveUp()) {
+                answer(errorAnswer(504, QStringLiteral("the correction took too long")));
+            } else {
+                // The handler is committing right now; its answer is on its way.
+                timer_.start(server_.limits_.answerMilliseconds);
+            }
+        } else if (parser_.state() == HttpParser::State::idle) {
+            closing_ = true;
+            timer_.start(server_.limits_.bodyMilliseconds);
+            socket_->disconnectFromHost();
+        } else {
+            refuse(408);
+        }
+    }
+
+    void end() {
+        if (ended_) {
+            return;
+        }
+        ended_ = true;
+        timer_.stop();
+        if (claim_) {
+            claim_->giveUp();
+        }
+        server_.connectionEnded();
+        deleteLater();
+    }
+
+    QTcpSocket* socket_;
+    HttpServer& server_;
+    HttpParser parser_;
+    QTimer timer_;
+    std::shared_ptr<RequestClaim> claim_;
+    bool busy_ = false;
+    bool keepAlive_ = true;
+    bool head_ = false;
+    bool closing_ = false;
+    bool ended_ = false;
+};
+
+HttpServer::HttpServer(HttpLimits limits, Handler handler, SlowTest isSlow, QObject* parent)
+    : QTcpServer(parent), limits_(limits), handler_(std::move(handler)), isSlow_(std::move(isSlow)) {
+    quickPool_.setMaxThreadCount(2);
+    quickPool_.setExpiryTimeout(-1);
+    slowPool_.setMaxThreadCount(std::max(2, QThread::idealThreadCount()));
+    slowPool_.setExpiryTimeout(-1);
+    connect(this, &QTcpServer::newConnection, this, &HttpServer::accept);
+}
+
+HttpServer::~HttpServer() {
+    quickPool_.waitForDone();
+    slowPool_.waitForDone();
+}
+
+QThreadPool& HttpServer::poolFor(const HttpRequest& request) {
+    return isSlow_(request) ? slowPool_ : quickPool_;
+}
+
+void HttpServer::accept() {
+    while (QTcpSocket* socket = nextPendingConnection()) {
+        if (connections_ >= limits_.connections || stopping_) {
+            socket->abort();
+            socket->deleteLater();
+            continue;
+        }
+        ++connections_;
+        new HttpConnection(socket, *this);
+    }
+}
+
+void HttpServer::connectionEnded() {
+    --connections_;
+    if (stopping_ && connections_ == 0) {
+        Q_EMIT drained();
+    }
+}
+
+void HttpServer::stop() {
+    stopping_ = true;
+    close();
+    const QList<HttpConnection*> open = findChildren<HttpConnection*>(Qt::FindDirectChildrenOnly);
+    for (HttpConnection* connection : open) {
+        connection->stop();
+    }
+    if (connections_ == 0) {
+        QMetaObject::invokeMethod(this, &HttpServer::drained, Qt::QueuedConnection);
+    }
+}
+
+} // namespace vellumline
+
+#include "HttpServer.moc"
