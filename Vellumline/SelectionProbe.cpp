@@ -73,7 +73,8 @@ QCoro::Task<bool> SelectionProbe::isSecureField(AccessibilityElement element) {
         co_return true;
     const auto role = co_await accessibility_.copyAttribute(element, Attribute::role);
     const auto* name = valueOf<QString>(role);
-    co_return name != nullptr&&* name == Attribute::secureTextField;
+    const bool secure = name != nullptr && *name == Attribute::secureTextField;
+    co_return secure;
 }
 
 QCoro::Task<std::optional<QString>> SelectionProbe::selectedText(AccessibilityElement element) {
