@@ -1,0 +1,245 @@
+#include "Vellumline/VellumlineApp.h"
+
+#include "Vellumline/API.h"
+#include "Vellumline/AccountClient.h"
+#include "Vellumline/AppDelegate.h"
+#include "Vellumline/AppModel.h"
+#include "Vellumline/AuthClient.h"
+#include "Vellumline/AuthConfig.h"
+#include "Vellumline/HotkeyMonitor.h"
+#include "Vellumline/OnboardingWindow.h"
+#include "Vellumline/Platform/Linux/AtSpiAccessibility.h"
+#include "Vellumline/Platform/Linux/DBusApplication.h"
+#include "Vellumline/Platform/Linux/LocalService.h"
+#include "Vellumline/Platform/Linux/QtKeyMonitor.h"
+#include "Vellumline/Platform/Linux/SecretServiceKeychain.h"
+#include "Vellumline/Platform/Linux/SettingsDefaults.h"
+#include "Vellumline/Platform/Linux/StatusItemHost.h"
+#include "Vellumline/Platform/Linux/XdgAutostart.h"
+#include "Vellumline/Platform/QtHTTPTransport.h"
+#include "Vellumline/Platform/SystemClock.h"
+#include "Vellumline/Platform/X11/VirtualKeyCodes.h"
+#include "Vellumline/Platform/X11/X11Connection.h"
+#include "Vellumline/Platform/X11/X11Hotkeys.h"
+#include "Vellumline/Platform/X11/X11KeyEvents.h"
+#include "Vellumline/Platform/X11/X11Pasteboard.h"
+#include "Vellumline/Platform/X11/X11Workspace.h"
+#include "Vellumline/PromptPanel.h"
+#include "Vellumline/RewriteClient.h"
+#include "Vellumline/SelectionProbe.h"
+#include "Vellumline/SelectionSwapper.h"
+#include "Vellumline/SessionRefresher.h"
+#include "Vellumline/StatusMenu.h"
+#include "Vellumline/TokenStore.h"
+
+#include <QApplication>
+#include <QPointer>
+#include <QStandardPaths>
+#include <QTimer>
+#include <cstdio>
+
+namespace vellumline {
+
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr int exitNoDisplay = 69; // EX_UNAVAILABLE of sysexits.h
+constexpr std::chrono::milliseconds longestFinish =
+    5s; // a correction that runs, and the secret store's last write
+constexpr std::chrono::milliseconds finishPoll = 20ms;
+
+QString legacySessionFile() {
+    return QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation) +
+           QStringLiteral("/com.kelthorne.vellumline/session.json");
+}
+
+} // namespace
+
+/// Every part of the running program, in the order of construction; destroyed in the reverse order.
+struct VellumlineApp::Parts {
+    explicit Parts(Options chosen) : options(std::move(chosen)) {}
+
+    QCoro::Task<void> start(VellumlineApp* app);
+    QCoro::Task<void> finish();
+    bool build();
+    AppDelegate::Steps steps(VellumlineApp* app);
+
+    Options options;
+    bool finishing = false;
+
+    DBusApplication instance;
+    StatusItemHost statusItemHost;
+    SystemClock clock;
+    SettingsDefaults defaults;
+    AuthConfig config = AuthConfig::shared();
+    LocalService localService{config.backendURL};
+
+    std::unique_ptr<X11Connection> connection;
+    std::unique_ptr<X11Pasteboard> pasteboard;
+    std::unique_ptr<X11KeyEvents> keyEvents;
+    std::unique_ptr<X11SecureInput> secureInput;
+    std::unique_ptr<X11Hotkeys> hotkeys;
+    std::unique_ptr<X11Workspace> workspace;
+    std::unique_ptr<AtSpiAccessibility> accessibility;
+
+    SecretServiceKeychain keychain;
+    TokenStore store{keychain, legacySessionFile()};
+    QtHTTPTransport transport;
+    SessionRefresher refresher{transport, store, config};
+    API api{transport, store, refresher, clock};
+    AccountClient accountClient{api, config};
+    AuthClient authClient{transport, config};
+    RewriteClient rewriteClient{api, config};
+
+    std::unique_ptr<SelectionProbe> probe;
+    std::unique_ptr<SelectionSwapper> swapper;
+    std::unique_ptr<HotkeyMonitor> hotkeyMonitor;
+    QtKeyMonitor keyMonitor{VirtualKeyCodes::virtualKeyCode, [this](std::uint32_t scanCode) {
+                                return keyEvents ? keyEvents->characters(scanCode) : QString();
+                            }};
+    XdgAutostart autostart{{QStringLiteral("com.kelthorne.vellumline"),
+                            QStringLiteral("Vellumline"),
+                            {QCoreApplication::applicationFilePath()}}};
+    PromptPanel prompts;
+
+    std::unique_ptr<AppModel> model;
+    std::unique_ptr<StatusMenu> statusMenu;
+    std::unique_ptr<OnboardingWindow> onboarding;
+    std::unique_ptr<AppDelegate> delegate;
+};
+
+VellumlineApp::VellumlineApp(Options options, QObject* parent)
+    : QObject(parent), parts_(std::make_unique<Parts>(std::move(options))) {}
+
+VellumlineApp::~VellumlineApp() = default;
+
+void VellumlineApp::start() {
+    QTimer::singleShot(0, this, [this] { parts_->start(this); });
+}
+
+void VellumlineApp::quit() {
+    if (parts_->finishing)
+        return;
+    parts_->finishing = true;
+    parts_->finish();
+}
+
+bool VellumlineApp::Parts::build() {
+    connection = X11Connection::open();
+    pasteboard = X11Pasteboard::open();
+    if (!connection || !pasteboard)
+        return false;
+    keyEvents = std::make_unique<X11KeyEvents>(*connection);
+    secureInput = std::make_unique<X11SecureInput>(*connection);
+    hotkeys = std::make_unique<X11Hotkeys>(*connection);
+    workspace = std::make_unique<X11Workspace>(*connection);
+    accessibility = std::make_unique<AtSpiAccessibility>([this] {
+        const X11Workspace::WindowClass windowClass = workspace->activeWindowClass();
+        return QStringList{windowClass.instance, windowClass.name};
+    });
+    probe = std::make_unique<SelectionProbe>(*accessibility, *workspace, *secureInput);
+    swapper = std::make_unique<SelectionSwapper>(store, *accessibility, *probe, *pasteboard, *keyEvents,
+                                                 rewriteClient, *workspace, defaults, clock);
+    hotkeyMonitor = std::make_unique<HotkeyMonitor>(*hotkeys);
+    return true;
+}
+
+AppDelegate::Steps VellumlineApp::Parts::steps(VellumlineApp* app) {
+    AppDelegate::Steps steps;
+    steps.becomeAccessory = [] { QApplication::setQuitOnLastWindowClosed(false); };
+    steps.receiveLinks = [this](const std::function<void(QString)>& receive) {
+        QObject::connect(&instance, &DBusApplication::linkOpened, &instance, receive);
+        QObject::connect(&instance, &DBusApplication::activated, &instance, [this] {
+            if (statusMenu)
+                statusMenu->show();
+        });
+    };
+    steps.makeModel = [this]() -> AppModel& {
+        model = std::make_unique<AppModel>(
+            AppModel::Dependencies{store, accountClient, authClient, *swapper, *hotkeyMonitor, keyMonitor,
+                                   *accessibility, autostart, *workspace, prompts, defaults, clock, config});
+        refresher.onRenewed = [model = QPointer<AppModel>(model.get())](const QString& displayName) {
+            if (model)
+                model->adoptRenewedName(displayName);
+        };
+        QObject::connect(accessibility.get(), &AtSpiAccessibility::trustChanged, model.get(),
+                         &AppModel::refreshTrust);
+        return *model;
+    };
+    // This build has no update feed: the command then says so.
+    steps.startUpdater = [] {};
+    steps.startStatusMenu = [this, app] {
+        MenuContent::Actions actions;
+        actions.checkForUpdates = [this] {
+            model->setStatus(MenuStatus::message(QStringLiteral("This build has no update feed.")));
+        };
+        actions.showWelcomeWindow = [this] {
+            if (!onboarding)
+                onboarding = std::make_unique<OnboardingWindow>(*model, defaults, clock);
+            onboarding->show();
+        };
+        actions.quit = [app] { app->quit(); };
+        statusMenu = std::make_unique<StatusMenu>(
+            *model, std::move(actions),
+            [this](std::function<void()> ready) {
+                const QByteArray tray = "_NET_SYSTEM_TRAY_S0";
+                const auto cookie = xcb_get_selection_owner(connection->raw(), connection->atom(tray));
+                const XcbReply<xcb_get_selection_owner_reply_t> reply(
+                    xcb_get_selection_owner_reply(connection->raw(), cookie, nullptr));
+                statusItemHost.whenReady(reply && reply->owner != XCB_WINDOW_NONE, std::move(ready));
+            },
+            clock);
+        statusMenu->start();
+    };
+    steps.showWelcomeWindow = [this] {
+        onboarding = std::make_unique<OnboardingWindow>(*model, defaults, clock);
+        onboarding->show();
+    };
+    return steps;
+}
+
+QCoro::Task<void> VellumlineApp::Parts::start(VellumlineApp* app) {
+    const QPointer<VellumlineApp> alive(app);
+    const DBusApplication::Claim claim = co_await instance.claim();
+    if (!alive)
+        co_return;
+    if (claim == DBusApplication::Claim::another) {
+        const QStringList links = options.links;
+        const bool taken = co_await instance.handOver(links);
+        if (!taken)
+            std::fputs("vellumline: the running instance does not answer\n", stderr);
+        QCoreApplication::exit(taken ? 0 : 1);
+        co_return;
+    }
+    if (!build()) {
+        std::fputs(
+            "vellumline: no X11 display with the XFIXES extension; Wayland alone is not supported yet\n",
+            stderr);
+        QCoreApplication::exit(exitNoDisplay);
+        co_return;
+    }
+    // Without the X server there is neither a shortcut nor a selection: end as the rest of the session does.
+    QObject::connect(connection.get(), &X11Connection::connectionLost, app,
+                     [] { QCoreApplication::exit(1); });
+
+    if (options.startLocalService)
+        localService.ensureRunning();
+    delegate = std::make_unique<AppDelegate>(steps(app), *hotkeyMonitor, defaults);
+    delegate->applicationDidFinishLaunching();
+    for (const QString& link : std::as_const(options.links))
+        delegate->handleGetURLEvent(link);
+}
+
+QCoro::Task<void> VellumlineApp::Parts::finish() {
+    // A correction that runs holds the user's clipboard: it ends first.
+    const auto deadline = clock.monotonic() + longestFinish;
+    while (((model && model->busy()) || store.isWriting()) && clock.monotonic() < deadline)
+        co_await clock.sleepFor(finishPoll);
+    if (pasteboard)
+        co_await pasteboard->handToClipboardManager();
+    co_await localService.stop();
+    QCoreApplication::exit(0);
+}
+
+} // namespace vellumline
