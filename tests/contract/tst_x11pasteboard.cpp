@@ -5,6 +5,7 @@
 #include <QCoroTask>
 #include <QElapsedTimer>
 #include <QGuiApplication>
+#include <QImage>
 #include <QMimeData>
 #include <QProcess>
 #include <QTest>
@@ -594,7 +595,60 @@ class X11PasteboardTest : public QObject {
         QVERIFY(!clear.isReady());
         QCOMPARE(target.request("UTF8_STRING")->data, QByteArray("the correction"));
         QCoro::waitFor(std::move(clear));
-        QCOMPARE(target.clipboardOwner(), xcb_window_t(0));
+        QTRY_COMPARE(target.clipboardOwner(), xcb_window_t(0));
+    }
+
+    void aClearThatAWriteFollowsIsSeenByNobody() {
+        // A clipboard manager would fill the empty clipboard and take it from what is written next.
+        own(scriptFor({restored()}));
+        PlainClient observer;
+        QCoro::waitFor(board_->clearContents());
+        QVERIFY(observer.clipboardOwner() != 0);
+        QVERIFY(QCoro::waitFor(board_->contents()).items.isEmpty());
+        QVERIFY(QCoro::waitFor(board_->write({restored()})));
+        QTest::qWait(100);
+        QVERIFY(board_->ownsClipboard());
+        QCOMPARE(QCoro::waitFor(board_->string()), QStringLiteral("what the user had"));
+    }
+
+    void aClearIsOverWhenAnotherProgramCopies() {
+        QVERIFY(QCoro::waitFor(board_->write({restored()})));
+        QCoro::waitFor(board_->clearContents());
+        own(scriptFor({restored()}));
+        QTest::qWait(100);
+        QCOMPARE(QCoro::waitFor(board_->string()), QStringLiteral("what the user had"));
+        QVERIFY(!board_->ownsClipboard());
+    }
+
+    void aClearIsCountedOnce() {
+        own(scriptFor({restored()}));
+        QCoro::waitFor(board_->clearContents());
+        const auto count = board_->changeCount();
+        PlainClient observer;
+        QTRY_COMPARE(observer.clipboardOwner(), xcb_window_t(0));
+        QTest::qWait(50);
+        QCOMPARE(board_->changeCount(), count);
+    }
+
+    void aClearIsDoneWhenThePasteboardIsDestroyed() {
+        own(scriptFor({restored()}));
+        QCoro::waitFor(board_->clearContents());
+        board_.reset();
+        PlainClient observer;
+        QTRY_COMPARE(observer.clipboardOwner(), xcb_window_t(0));
+    }
+
+    void anImageOfAToolkitIsKept() {
+        QImage image(64, 48, QImage::Format_ARGB32);
+        image.fill(QColor(10, 20, 30));
+        const auto count = board_->changeCount();
+        QGuiApplication::clipboard()->setImage(image);
+        QTRY_VERIFY(board_->changeCount() != count);
+        const auto before = QCoro::waitFor(board_->contents());
+        QCOMPARE(before.completeness, Completeness::complete);
+        QVERIFY(QCoro::waitFor(board_->write({correction()})));
+        QVERIFY(QCoro::waitFor(board_->write(before.items)));
+        QCOMPARE(QGuiApplication::clipboard()->image().convertToFormat(QImage::Format_ARGB32), image);
     }
 
     void aTargetWhoseWindowGoesIsNotWaitedFor() {

@@ -18,6 +18,10 @@ namespace {
 /// An owner that gives the selection up to take it again at once (LibreOffice does for every copy) is between
 /// the two for a few milliseconds; longer than this it is gone.
 constexpr milliseconds betweenOwners{50};
+/// How long a clear is held back for the write that usually follows it at once. A clipboard manager that sees
+/// an empty clipboard in between fills it from its history (Klipper 5.27, "prevent empty clipboard"), a
+/// little later than our write, and so takes the clipboard away from what was just written: seen.
+constexpr milliseconds clearDelay{20};
 constexpr qsizetype targetsBytes = clipboardFormats::maximumTargets * 4;
 
 bool isPasteboardText(const QList<PasteboardItem>& items) {
@@ -56,6 +60,8 @@ X11Pasteboard::X11Pasteboard(std::unique_ptr<X11Connection> connection, Limits l
     clipboard_ = connection_->atom("CLIPBOARD");
     targets_ = connection_->atom("TARGETS");
     reader_ = std::make_unique<X11SelectionReader>(*connection_, limits_.noProgress);
+    clearTimer_.setSingleShot(true);
+    connect(&clearTimer_, &QTimer::timeout, this, [this] { finishClear(); });
 }
 
 bool X11Pasteboard::start(const QByteArray& display, std::uint8_t fixesFirstEvent) {
@@ -99,6 +105,10 @@ bool X11Pasteboard::start(const QByteArray& display, std::uint8_t fixesFirstEven
 }
 
 X11Pasteboard::~X11Pasteboard() {
+    if (clearing_ && !isLost()) {
+        xcb_set_selection_owner(connection_->raw(), XCB_WINDOW_NONE, clipboard_, XCB_CURRENT_TIME);
+        connection_->flush();
+    }
     lose();
     server_.reset(); // joins the thread: nothing is posted from here on, and what was posted is dropped
 }
@@ -112,7 +122,7 @@ void X11Pasteboard::lose() {
 }
 
 bool X11Pasteboard::ownsClipboard() const {
-    return !closing_ && server_ && owner_ == server_->window();
+    return !closing_ && !clearing_ && server_ && owner_ == server_->window();
 }
 
 QString X11Pasteboard::nameOf(xcb_atom_t atom) const {
@@ -133,10 +143,15 @@ void X11Pasteboard::handle(const xcb_generic_event_t& event) {
     const auto& change = reinterpret_cast<const xcb_xfixes_selection_notify_event_t&>(event);
     if (change.selection != clipboard_)
         return;
-    ++changeCount_;
     const bool taken = change.subtype == XCB_XFIXES_SELECTION_EVENT_SET_SELECTION_OWNER;
     owner_ = taken ? change.owner : static_cast<xcb_window_t>(XCB_WINDOW_NONE);
     ownedSince_ = change.selection_timestamp;
+    ++ownerEvents_;
+    const bool isEndOfClear = releasing_ && owner_ == XCB_WINDOW_NONE;
+    if (!isEndOfClear) // that one was counted when the clear was asked for
+        ++changeCount_;
+    clearing_ = false;
+    clearTimer_.stop();
     reader_->interrupt();
     ownerChange_.wake();
     writeProgress_.wake();
@@ -251,6 +266,10 @@ QCoro::Task<PasteboardContents> X11Pasteboard::contents() {
             result.completeness = Completeness::unreadable;
             co_return result;
         }
+        if (clearing_) {
+            result = {};
+            co_return result;
+        }
         if (ownsClipboard()) {
             result.items = ownItems_;
             result.completeness = Completeness::complete;
@@ -290,7 +309,7 @@ QCoro::Task<std::optional<X11Pasteboard::Found>> X11Pasteboard::find(QString typ
     const auto turn = co_await awaitedTurn;
     std::optional<Found> found;
     for (int attempt = 0; attempt < 2; ++attempt) {
-        if (isLost())
+        if (isLost() || clearing_)
             co_return found;
         if (owner_ == XCB_WINDOW_NONE && attempt > 0) {
             auto waiting = ownerChange_.until(betweenOwners);
@@ -362,7 +381,7 @@ QCoro::Task<bool> X11Pasteboard::takeOrRelease(QList<ServedTarget> targets) {
             },
             Qt::QueuedConnection);
     };
-    const auto count = changeCount_;
+    const auto count = ownerEvents_;
     if (targets.isEmpty())
         server_->release(done);
     else
@@ -377,7 +396,7 @@ QCoro::Task<bool> X11Pasteboard::takeOrRelease(QList<ServedTarget> targets) {
     // and ownsClipboard() would speak of the time before.
     const auto deadline = SteadyClock::now() + limits_.noProgress;
     while (!isLost() && SteadyClock::now() < deadline &&
-           (changeCount_ == count || static_cast<std::int32_t>(ownedSince_ - outcome->taken.time) < 0)) {
+           (ownerEvents_ == count || static_cast<std::int32_t>(ownedSince_ - outcome->taken.time) < 0)) {
         auto waiting = writeProgress_.until(std::chrono::ceil<milliseconds>(deadline - SteadyClock::now()));
         co_await waiting;
     }
@@ -392,7 +411,21 @@ QCoro::Task<void> X11Pasteboard::clearContents() {
         co_return;
     ownItems_.clear();
     pasted_.reset();
+    // Empty for this program from here on, for the others in a moment.
+    ++changeCount_;
+    clearing_ = true;
+    clearTimer_.start(clearDelay);
+}
+
+QCoro::Task<void> X11Pasteboard::finishClear() {
+    auto awaitedTurn = writeTurn_.mine();
+    const auto turn = co_await awaitedTurn;
+    if (isLost() || !clearing_)
+        co_return;
+    releasing_ = true;
     co_await takeOrRelease(QList<ServedTarget>());
+    releasing_ = false;
+    clearing_ = false;
 }
 
 QCoro::Task<bool> X11Pasteboard::write(QList<PasteboardItem> items) {
@@ -402,6 +435,8 @@ QCoro::Task<bool> X11Pasteboard::write(QList<PasteboardItem> items) {
     if (isLost())
         co_return false;
     pasted_.reset();
+    clearing_ = false;
+    clearTimer_.stop();
     const auto targets = clipboardFormats::servedTargets(items);
     std::optional<PastedText> pasted;
     if (isPasteboardText(items)) {

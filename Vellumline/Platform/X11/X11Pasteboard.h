@@ -6,6 +6,7 @@
 
 #include <QObject>
 #include <QSet>
+#include <QTimer>
 #include <chrono>
 #include <memory>
 #include <optional>
@@ -73,6 +74,7 @@ class X11Pasteboard final : public QObject, public Pasteboard {
 
     void handle(const xcb_generic_event_t& event);
     void lose();
+    QCoro::Task<void> finishClear();
     QString nameOf(xcb_atom_t atom) const;
 
     QCoro::Task<std::optional<QStringList>> offeredTargets();
@@ -93,7 +95,11 @@ class X11Pasteboard final : public QObject, public Pasteboard {
     qint64 changeCount_ = 1;
     xcb_window_t owner_ = XCB_WINDOW_NONE;
     xcb_timestamp_t ownedSince_ = 0;
+    qint64 ownerEvents_ = 0;
     bool closing_ = false;
+    bool clearing_ = false;  ///< cleared for us, and for the others when clearTimer_ ends
+    bool releasing_ = false; ///< the others are being told
+    QTimer clearTimer_;
 
     std::unique_ptr<X11SelectionReader> reader_;
     X11Turn readTurn_;
