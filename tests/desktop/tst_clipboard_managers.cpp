@@ -56,6 +56,7 @@ class ClipboardManagers : public QObject {
             klipper(QStringLiteral("getClipboardHistoryItem"), {QStringLiteral("0")}).contains(users), 5000);
 
         const auto before = QCoro::waitFor(ClipboardSnapshot::capture(*board_));
+        QVERIFY(!before.items().isEmpty());
         borrow();
         QCoro::waitFor(ClipboardSnapshot::restore(before, *board_));
         QTest::qWait(300);
@@ -65,6 +66,12 @@ class ClipboardManagers : public QObject {
         // And the user's clipboard is there, from us and not from Klipper's history.
         QCOMPARE(QCoro::waitFor(board_->string()), users);
         QVERIFY(board_->ownsClipboard());
+        // The same text, written without the marks, is stored: the history was looked at rightly.
+        PasteboardItem unmarked;
+        unmarked.set(PasteboardType::string, "not marked");
+        QVERIFY(QCoro::waitFor(board_->write({unmarked})));
+        QTRY_VERIFY_WITH_TIMEOUT(
+            klipper(QStringLiteral("getClipboardHistoryMenu")).contains(QStringLiteral("not marked")), 5000);
     }
 
     void theOthersAreObserved_data() {

@@ -157,6 +157,11 @@ void X11Pasteboard::handle(const xcb_generic_event_t& event) {
     writeProgress_.wake();
 }
 
+qint64 X11Pasteboard::changeCount() const {
+    connection_->drain(); // what has arrived counts, also when the main loop has not got to it yet
+    return changeCount_;
+}
+
 // Reading.
 
 QCoro::Task<std::optional<QStringList>> X11Pasteboard::offeredTargets() {
@@ -255,6 +260,7 @@ QCoro::Task<X11Pasteboard::Reading> X11Pasteboard::readEverything() {
 QCoro::Task<PasteboardContents> X11Pasteboard::contents() {
     auto awaitedTurn = readTurn_.mine();
     const auto turn = co_await awaitedTurn;
+    connection_->drain();
     PasteboardContents result;
     constexpr int attempts = 2; // a clipboard that changes while it is read is read once more
     for (int attempt = 0; attempt < attempts; ++attempt) {
@@ -307,6 +313,7 @@ std::optional<X11Pasteboard::Found> X11Pasteboard::findOwn(const QString& type) 
 QCoro::Task<std::optional<X11Pasteboard::Found>> X11Pasteboard::find(QString type, qsizetype maximumBytes) {
     auto awaitedTurn = readTurn_.mine();
     const auto turn = co_await awaitedTurn;
+    connection_->drain();
     std::optional<Found> found;
     for (int attempt = 0; attempt < 2; ++attempt) {
         if (isLost() || clearing_)
@@ -406,6 +413,7 @@ QCoro::Task<bool> X11Pasteboard::takeOrRelease(QList<ServedTarget> targets) {
 QCoro::Task<void> X11Pasteboard::clearContents() {
     auto awaitedTurn = writeTurn_.mine();
     const auto turn = co_await awaitedTurn;
+    connection_->drain();
     co_await waitForPaste();
     if (isLost())
         co_return;
@@ -431,6 +439,7 @@ QCoro::Task<void> X11Pasteboard::finishClear() {
 QCoro::Task<bool> X11Pasteboard::write(QList<PasteboardItem> items) {
     auto awaitedTurn = writeTurn_.mine();
     const auto turn = co_await awaitedTurn;
+    connection_->drain();
     co_await waitForPaste();
     if (isLost())
         co_return false;
@@ -464,8 +473,7 @@ xcb_window_t X11Pasteboard::pasteTargetNow() {
     const XcbReply<xcb_get_input_focus_reply_t> focus(xcb_get_input_focus_reply(raw, focusCookie, nullptr));
     if (active && active->format == 32 && xcb_get_property_value_length(active.get()) >= 4) {
         const auto window = *static_cast<const xcb_window_t*>(xcb_get_property_value(active.get()));
-        if (window != XCB_WINDOW_NONE)
-            return window;
+        return window;
     }
     // Without a window manager that names the active window, the one with the keyboard is it.
     if (focus && focus->focus != XCB_INPUT_FOCUS_POINTER_ROOT && focus->focus != connection_->rootWindow())

@@ -36,7 +36,7 @@ class X11Pasteboard final : public QObject, public Pasteboard {
     /// Ends every pending call first: reads as unreadable or without a value, writes as refused.
     ~X11Pasteboard() override;
 
-    qint64 changeCount() const override { return changeCount_; }
+    qint64 changeCount() const override;
     QCoro::Task<PasteboardContents> contents() override;
     QCoro::Task<std::optional<QByteArray>> data(QString type) override;
     QCoro::Task<std::optional<QString>> string() override;

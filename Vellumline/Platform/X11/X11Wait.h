@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QTimer>
+#include <algorithm>
 #include <chrono>
 #include <coroutine>
 #include <deque>
