@@ -96,10 +96,10 @@ QWidget* MenuContent::mainPage() {
 
     signInAgain_ = Style::button(QStringLiteral("Open the sign-in page again"), page);
     connect(signInAgain_, &QPushButton::clicked, &model_, &AppModel::startSignIn);
-    stack->addWidget(signInAgain_);
+    stack->addWidget(signInAgain_, 0, Qt::AlignLeft);
     signIn_ = Style::prominentButton(QStringLiteral("Sign in"), page);
     connect(signIn_, &QPushButton::clicked, &model_, &AppModel::startSignIn);
-    stack->addWidget(signIn_);
+    stack->addWidget(signIn_, 0, Qt::AlignLeft);
 
     status_ = Style::caption(page);
     stack->addWidget(status_);
@@ -120,14 +120,14 @@ QWidget* MenuContent::mainPage() {
 
     allowAccessibility_ = Style::button(QStringLiteral("Allow Accessibility…"), page);
     connect(allowAccessibility_, &QPushButton::clicked, &model_, &AppModel::allowAccessibility);
-    stack->addWidget(allowAccessibility_);
+    stack->addWidget(allowAccessibility_, 0, Qt::AlignLeft);
 
     QPushButton* updates = Style::button(QStringLiteral("Check for Updates…"), page);
     connect(updates, &QPushButton::clicked, this, [this] {
         if (actions_.checkForUpdates)
             actions_.checkForUpdates();
     });
-    stack->addWidget(updates);
+    stack->addWidget(updates, 0, Qt::AlignLeft);
     stack->addWidget(Style::divider(page));
 
     auto* bottom = new QHBoxLayout;
@@ -178,17 +178,17 @@ QWidget* MenuContent::settingsPage() {
         model_.allowAccessibility();
         model_.openAccessibilitySettings();
     });
-    stack->addWidget(openSettings_);
+    stack->addWidget(openSettings_, 0, Qt::AlignLeft);
 
     launchAtLogin_ = new QCheckBox(QStringLiteral("Open at login"), page);
     connect(launchAtLogin_, &QCheckBox::toggled, &model_, &AppModel::setLaunchAtLogin);
-    stack->addWidget(launchAtLogin_);
+    stack->addWidget(launchAtLogin_, 0, Qt::AlignLeft);
     QPushButton* welcome = Style::button(QStringLiteral("Show the welcome window"), page);
     connect(welcome, &QPushButton::clicked, this, [this] {
         if (actions_.showWelcomeWindow)
             actions_.showWelcomeWindow();
     });
-    stack->addWidget(welcome);
+    stack->addWidget(welcome, 0, Qt::AlignLeft);
     stack->addWidget(Style::divider(page));
 
     QPushButton* done = Style::prominentButton(QStringLiteral("Done"), page);
@@ -196,7 +196,7 @@ QWidget* MenuContent::settingsPage() {
         model_.stopRecording();
         showPage(Page::main);
     });
-    stack->addWidget(done);
+    stack->addWidget(done, 0, Qt::AlignLeft);
     return page;
 }
 
@@ -249,7 +249,7 @@ QWidget* MenuContent::aboutPage() {
 
     QPushButton* done = Style::prominentButton(QStringLiteral("Done"), page);
     connect(done, &QPushButton::clicked, this, [this] { showPage(Page::main); });
-    stack->addWidget(done);
+    stack->addWidget(done, 0, Qt::AlignLeft);
     return page;
 }
 

@@ -118,13 +118,13 @@ QWidget* OnboardingWindow::buildWindow() {
         model_.allowAccessibility();
         model_.openAccessibilitySettings();
     });
-    allow.content->addWidget(openSettings);
+    allow.content->addWidget(openSettings, 0, Qt::AlignLeft);
 
     const Step shortcut = addStep(parts, QString(), window);
     auto* shortcutTitle = qobject_cast<QLabel*>(shortcut.content->itemAt(0)->widget());
     QPushButton* record = Style::button({}, window);
     connect(record, &QPushButton::clicked, &model_, &AppModel::toggleRecording);
-    shortcut.content->addWidget(record);
+    shortcut.content->addWidget(record, 0, Qt::AlignLeft);
     QLabel* note = Style::caption(window);
     Style::setSecondary(note, false);
     shortcut.content->addWidget(note);
@@ -137,7 +137,7 @@ QWidget* OnboardingWindow::buildWindow() {
         QStringLiteral("The first 30 rewrites are free. You sign in on the Vellumline site."), window));
     QPushButton* signIn = Style::button(QStringLiteral("Sign in"), window);
     connect(signIn, &QPushButton::clicked, &model_, &AppModel::startSignIn);
-    account.content->addWidget(signIn);
+    account.content->addWidget(signIn, 0, Qt::AlignLeft);
 
     const Step practice = addStep(parts, QStringLiteral("Try it"), window);
     QLabel* practiceHint = Style::callout({}, window);
