@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Vellumline/Platform/X11/X11Connection.h"
+#include "Vellumline/Platform/X11/XcbXkb.h"
 
 #include <QList>
 #include <QProcess>
@@ -10,9 +11,6 @@
 #include <xcb/xcb.h>
 #include <xcb/xinput.h>
 #include <xcb/xtest.h>
-#define explicit explicit_
-#include <xcb/xkb.h>
-#undef explicit
 
 namespace vellumline {
 

@@ -143,7 +143,7 @@ std::optional<Hotkeys::Handle> X11Hotkeys::registerHotKey(std::uint16_t keyCode,
     });
     if (isOurs || isEditingShortcut(keyCode, carbonFlags) || !take(grab))
         return std::nullopt;
-    grabs_.insert(nextHandle_, std::move(grab));
+    grabs_.insert(nextHandle_, grab);
     return nextHandle_++;
 }
 

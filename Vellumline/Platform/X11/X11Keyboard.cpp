@@ -1,20 +1,11 @@
 #include "Vellumline/Platform/X11/X11Keyboard.h"
 
+#include "Vellumline/Platform/X11/XcbXkb.h"
+
 #include <cstring>
 #include <vector>
 #include <xcb/xinput.h>
 #include <xcb/xtest.h>
-// The header names a structure member "explicit".
-#ifdef __clang__
-#pragma clang diagnostic push
-#pragma clang diagnostic ignored "-Wkeyword-macro"
-#endif
-#define explicit explicit_
-#include <xcb/xkb.h>
-#undef explicit
-#ifdef __clang__
-#pragma clang diagnostic pop
-#endif
 
 namespace vellumline {
 
@@ -143,9 +134,8 @@ void X11Keyboard::readMap() {
         if (!reply || reply->keysyms_per_keycode == 0)
             return;
         const auto* keysyms = xcb_get_keyboard_mapping_keysyms(reply.get());
-        for (int i = 0; i < count; ++i)
-            map_[static_cast<std::size_t>(setup->min_keycode + i)].keysyms.fill(
-                keysyms[i * reply->keysyms_per_keycode]);
+        for (std::size_t i = 0; i < static_cast<std::size_t>(count); ++i)
+            map_[setup->min_keycode + i].keysyms.fill(keysyms[i * reply->keysyms_per_keycode]);
         return;
     }
     const XcbReply<xcb_xkb_get_map_reply_t> reply(
