@@ -152,6 +152,18 @@ bool isRedirect(int status) {
     return status == 301 || status == 302 || status == 303 || status == 307 || status == 308;
 }
 
+/// Whether the answer came whole. Qt calls answers errors: those with status 400 and more, and a 307 or 308
+/// after a body that it cannot rewind.
+bool isAnswer(int status, QNetworkReply::NetworkError error) {
+    if (error == QNetworkReply::NoError)
+        return true;
+    if (error == QNetworkReply::ContentReSendError)
+        return status == 307 || status == 308;
+    if (error == QNetworkReply::ProxyAuthenticationRequiredError)
+        return status == 407;
+    return status >= 400 && error > QNetworkReply::UnknownProxyError;
+}
+
 /// Turns the request into the one that follows the redirect (RFC 9110 section 15.4): 307 and 308 repeat it,
 /// the others turn a POST into a GET without a body.
 void redirect(HTTPRequest& request, int status, const QUrl& target) {
@@ -182,18 +194,11 @@ QCoro::Task<Answer> QtHTTPTransport::send(HTTPRequest request) {
 
         const auto leg = std::make_shared<Leg>();
         QNetworkRequest qtRequest = toQt(request);
-        QNetworkReply* reply = nullptr;
-        if (request.method == "GET" && request.body.isEmpty()) {
-            reply = manager_->get(qtRequest);
-        } else {
-            auto* body = new OnceBody(request.body, nullptr);
-            qtRequest.setHeader(QNetworkRequest::ContentLengthHeader, request.body.size());
-            if (request.method == "POST")
-                reply = manager_->post(qtRequest, body);
-            else
-                reply = manager_->sendCustomRequest(qtRequest, request.method, body);
-            body->setParent(reply);
-        }
+        // A GET has the empty body that cannot be rewound: Qt repeats a GET without a body, too.
+        auto* body = new OnceBody(request.body, nullptr);
+        qtRequest.setHeader(QNetworkRequest::ContentLengthHeader, request.body.size());
+        QNetworkReply* reply = manager_->sendCustomRequest(qtRequest, request.method, body);
+        body->setParent(reply);
         QObject::connect(reply, &QNetworkReply::readyRead, reply, [leg, reply]() {
             leg->body += reply->readAll();
             if (leg->body.size() > largestBody) {
@@ -217,15 +222,11 @@ QCoro::Task<Answer> QtHTTPTransport::send(HTTPRequest request) {
 
         if (leg->timedOut)
             co_return tl::unexpected(TransportError::timedOut);
-        leg->body += reply->readAll();
-        if (leg->tooLarge || leg->body.size() > largestBody)
+        if (leg->tooLarge)
             co_return tl::unexpected(TransportError::other);
+        leg->body += reply->readAll();
         const int status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
-        const bool complete =
-            reply->error() == QNetworkReply::NoError ||
-            (status >= 400 && reply->error() > QNetworkReply::UnknownProxyError) ||
-            (status == 407 && reply->error() == QNetworkReply::ProxyAuthenticationRequiredError);
-        if (status == 0 || !complete)
+        if (status == 0 || !isAnswer(status, reply->error()))
             co_return tl::unexpected(classify(reply->error()));
 
         const QByteArray location = reply->rawHeader("Location");
