@@ -108,6 +108,8 @@ QNetworkRequest toQt(const HTTPRequest& request) {
     result.setAttribute(Attribute::DoNotBufferUploadDataAttribute, true);
     result.setHeader(QNetworkRequest::UserAgentHeader,
                      QStringLiteral("Vellumline/") + QStringLiteral(VELLUMLINE_VERSION));
+    // The bodies are a few kilobytes, and compressed ones could blow up beyond the limit inside Qt.
+    result.setRawHeader("Accept-Encoding", "identity");
     for (const auto& [name, value] : request.headers)
         result.setRawHeader(name, value);
     return result;
@@ -152,16 +154,25 @@ bool isRedirect(int status) {
     return status == 301 || status == 302 || status == 303 || status == 307 || status == 308;
 }
 
-/// Whether the answer came whole. Qt calls answers errors: those with status 400 and more, and a 307 or 308
-/// after a body that it cannot rewind.
-bool isAnswer(int status, QNetworkReply::NetworkError error) {
-    if (error == QNetworkReply::NoError)
+/// Whether the answer came whole. Qt calls answers errors: those with status 400 and more, a 307 or 308 after
+/// a body that it cannot rewind, and one after which the server closes the connection, when Qt has not yet
+/// noticed that nothing is missing.
+bool isAnswer(int status, const QNetworkReply& reply, qint64 received) {
+    switch (reply.error()) {
+    case QNetworkReply::NoError:
         return true;
-    if (error == QNetworkReply::ContentReSendError)
-        return status == 307 || status == 308;
-    if (error == QNetworkReply::ProxyAuthenticationRequiredError)
+    case QNetworkReply::ContentReSendError:
+        if (status == 307 || status == 308)
+            return true;
+        if (reply.hasRawHeader("Content-Length"))
+            return reply.rawHeader("Content-Length").toLongLong() == received;
+        // RFC 9112 section 6.3: without a length and without chunks, the body ends with the connection.
+        return status != 0 && !reply.hasRawHeader("Transfer-Encoding");
+    case QNetworkReply::ProxyAuthenticationRequiredError:
         return status == 407;
-    return status >= 400 && error > QNetworkReply::UnknownProxyError;
+    default:
+        return status >= 400 && reply.error() > QNetworkReply::UnknownProxyError;
+    }
 }
 
 /// Turns the request into the one that follows the redirect (RFC 9110 section 15.4): 307 and 308 repeat it,
@@ -226,7 +237,7 @@ QCoro::Task<Answer> QtHTTPTransport::send(HTTPRequest request) {
             co_return tl::unexpected(TransportError::other);
         leg->body += reply->readAll();
         const int status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
-        if (status == 0 || !isAnswer(status, reply->error()))
+        if (status == 0 || !isAnswer(status, *reply, leg->body.size()))
             co_return tl::unexpected(classify(reply->error()));
 
         const QByteArray location = reply->rawHeader("Location");

@@ -459,14 +459,47 @@ class HTTPTransportTest : public QObject {
         QCOMPARE(server.connections, 1);
     }
 
-    void aBodyWithoutALengthEndsWithItsConnection() {
-        TestServer server([](QTcpSocket* socket, const SeenRequest&) {
-            socket->write("HTTP/1.1 200 OK\r\nConnection: close\r\n\r\nuntil the end");
-            socket->disconnectFromHost();
+    void anAnswerAfterWhichTheServerHangsUpIsWhole_data() {
+        QTest::addColumn<QByteArray>("method");
+        QTest::addColumn<QByteArray>("answer");
+        QTest::addColumn<bool>("atOnce");
+        for (const QByteArray method : {"GET", "POST"}) {
+            for (const bool atOnce : {true, false}) {
+                const QByteArray when = atOnce ? ", hung up at once" : ", hung up later";
+                QTest::addRow("a %s, a body without a length%s", method.data(), when.data())
+                    << method << QByteArray("HTTP/1.1 200 OK\r\nConnection: close\r\n\r\nthe whole body")
+                    << atOnce;
+                QTest::addRow("a %s, a body with its length%s", method.data(), when.data())
+                    << method
+                    << QByteArray(
+                           "HTTP/1.1 200 OK\r\nConnection: close\r\nContent-Length: 14\r\n\r\nthe whole body")
+                    << atOnce;
+                QTest::addRow("a %s, a body in chunks%s", method.data(), when.data())
+                    << method
+                    << QByteArray("HTTP/1.1 200 OK\r\nConnection: close\r\nTransfer-Encoding: chunked\r\n\r\n"
+                                  "4\r\nthe \r\na\r\nwhole body\r\n0\r\n\r\n")
+                    << atOnce;
+                QTest::addRow("a %s, an error with its length%s", method.data(), when.data())
+                    << method << QByteArray("HTTP/1.1 502 Bad\r\nContent-Length: 14\r\n\r\nthe whole body")
+                    << atOnce;
+            }
+        }
+    }
+    void anAnswerAfterWhichTheServerHangsUpIsWhole() {
+        QFETCH(QByteArray, method);
+        QFETCH(QByteArray, answer);
+        QFETCH(bool, atOnce);
+        TestServer server([&](QTcpSocket* socket, const SeenRequest&) {
+            socket->write(answer);
+            if (atOnce)
+                socket->disconnectFromHost();
+            else
+                QTimer::singleShot(20, socket, [socket]() { socket->disconnectFromHost(); });
         });
-        const Answer answer = send(requestFor(server.url()));
-        QVERIFY(answer.has_value());
-        QCOMPARE(answer->body, QByteArray("until the end"));
+        const Answer got = send(requestFor(server.url(), method, method == "POST" ? "x" : QByteArray()));
+        QVERIFY2(got.has_value(), got ? "" : QByteArray::number(static_cast<int>(got.error())));
+        QCOMPARE(got->body, QByteArray("the whole body"));
+        QCOMPARE(server.requests.size(), 1);
     }
 
     void aBodyThatIsTooLargeFails_data() {
