@@ -2,6 +2,7 @@
 
 import argparse
 import os
+import shlex
 import socket
 import subprocess
 import sys
@@ -37,11 +38,17 @@ def set_up_browser(output):
     """Makes demo/scripted-browser the default browser of this session, as a user would choose one."""
     applications = os.path.join(os.environ["XDG_DATA_HOME"], "applications")
     os.makedirs(applications, exist_ok=True)
+    # One word and %u: xdg-open splits an Exec line at spaces and leaves quotes in it as they are.
+    program = os.path.join(os.environ["XDG_DATA_HOME"], "scripted-browser")
+    with open(program, "w", encoding="utf-8") as script:
+        words = ["/usr/bin/python3", os.path.join(HERE, "scripted_browser.py"), output]
+        script.write("#!/bin/sh\nexec " + " ".join(shlex.quote(word) for word in words) + ' "$1"\n')
+    os.chmod(program, 0o755)
     with open(os.path.join(applications, "scripted-browser.desktop"), "w", encoding="utf-8") as entry:
         entry.write(f"""[Desktop Entry]
 Type=Application
 Name=Scripted browser
-Exec=/usr/bin/python3 "{os.path.join(HERE, 'scripted_browser.py')}" "{output}" %u
+Exec={program} %u
 MimeType=x-scheme-handler/http;x-scheme-handler/https;
 NoDisplay=true
 """)
