@@ -1,0 +1,264 @@
+#include "VellumlineService/Correction/Line.h"
+
+#include <QSet>
+#include <algorithm>
+
+namespace vellumline {
+
+namespace {
+
+constexpr QChar curlyApostrophe(0x2019);
+
+bool isApostrophe(QChar c) {
+    return c == u'\'' || c == curlyApostrophe;
+}
+
+bool isQuote(QChar c) {
+    return c == u'\'' || c == u'"' || c == u'`' || c == QChar(0x2018) || c == curlyApostrophe ||
+           c == QChar(0x201C) || c == QChar(0x201D) || c == QChar(0xAB) || c == QChar(0xBB);
+}
+
+// Whatever has one of these inside was not written as prose.
+bool isTechnical(QChar c) {
+    return QStringView(u"@#/\\_`=<>{}|~^$%&*+[]").contains(c);
+}
+
+bool isCodeSign(QChar c) {
+    return QStringView(u"{}=_`;\\|<>").contains(c);
+}
+
+bool keptWhole(QStringView chunk) {
+    qsizetype begin = 0;
+    qsizetype end = chunk.size();
+    while (begin < end && (isQuote(chunk.at(begin)) || chunk.at(begin) == u'(')) {
+        ++begin;
+    }
+    while (end > begin &&
+           (isQuote(chunk.at(end - 1)) || QStringView(u".,;:!?)").contains(chunk.at(end - 1)))) {
+        --end;
+    }
+    bool letterBefore = false;
+    bool lowerBefore = false;
+    for (qsizetype i = begin; i < end; ++i) {
+        const QChar c = chunk.at(i);
+        if (isTechnical(c) || c.isDigit() || c.isSurrogate() || c == u'(' || c == u')') {
+            return true;
+        }
+        // A dot or colon between letters (file.txt, e.g, a::b), or a capital after a small letter
+        // (camelCase).
+        if ((c == u'.' || c == u':') && letterBefore && i + 1 < end &&
+            (chunk.at(i + 1).isLetter() || chunk.at(i + 1) == c) && !(c == u'.' && chunk.at(i + 1) == c)) {
+            return true;
+        }
+        if (c.isUpper() && lowerBefore) {
+            return true;
+        }
+        letterBefore = c.isLetter();
+        lowerBefore = c.isLower();
+    }
+    return false;
+}
+
+const QSet<QString>& abbreviations() {
+    static const QSet<QString> set = {
+        QStringLiteral("etc"),  QStringLiteral("vs"),   QStringLiteral("approx"), QStringLiteral("fig"),
+        QStringLiteral("no"),   QStringLiteral("vol"),  QStringLiteral("pp"),     QStringLiteral("ed"),
+        QStringLiteral("eds"),  QStringLiteral("dept"), QStringLiteral("est"),    QStringLiteral("inc"),
+        QStringLiteral("ltd"),  QStringLiteral("co"),   QStringLiteral("jr"),     QStringLiteral("sr"),
+        QStringLiteral("st"),   QStringLiteral("al"),   QStringLiteral("min"),    QStringLiteral("max"),
+        QStringLiteral("mr"),   QStringLiteral("mrs"),  QStringLiteral("ms"),     QStringLiteral("dr"),
+        QStringLiteral("prof"), QStringLiteral("cf"),   QStringLiteral("ca"),     QStringLiteral("corp")};
+    return set;
+}
+
+} // namespace
+
+Line::Line(const QString& text, bool startsSentence) : curlyApostrophes_(text.contains(curlyApostrophe)) {
+    tokenize(text);
+    index(startsSentence);
+}
+
+void Line::tokenize(const QString& text) {
+    const auto add = [&](Token::Kind kind, const QString& piece) {
+        Token token;
+        token.kind = kind;
+        token.text = piece;
+        if (kind == Token::Kind::word) {
+            token.lower = piece.toLower().replace(curlyApostrophe, u'\'');
+        }
+        tokens_.push_back(std::move(token));
+    };
+    qsizetype i = 0;
+    while (i < text.size()) {
+        const qsizetype start = i;
+        const bool space = text.at(i).isSpace();
+        while (i < text.size() && text.at(i).isSpace() == space) {
+            ++i;
+        }
+        const QString chunk = text.mid(start, i - start);
+        if (space) {
+            add(Token::Kind::space, chunk);
+            continue;
+        }
+        looksLikeCode_ = looksLikeCode_ || std::any_of(chunk.cbegin(), chunk.cend() - 1, isCodeSign) ||
+                         QStringView(u"{}=`").contains(chunk.back());
+        if (keptWhole(chunk)) {
+            add(Token::Kind::kept, chunk);
+            continue;
+        }
+        qsizetype j = 0;
+        while (j < chunk.size()) {
+            const qsizetype wordStart = j;
+            while (j < chunk.size() && (chunk.at(j).isLetter() || chunk.at(j).isMark() ||
+                                        (j > wordStart && isApostrophe(chunk.at(j)) && j + 1 < chunk.size() &&
+                                         chunk.at(j + 1).isLetter()))) {
+                ++j;
+            }
+            if (j > wordStart) {
+                add(Token::Kind::word, chunk.mid(wordStart, j - wordStart));
+            } else {
+                add(chunk.at(j).isPunct() ? Token::Kind::punctuation : Token::Kind::kept, chunk.mid(j, 1));
+                ++j;
+            }
+        }
+    }
+}
+
+void Line::index(bool startsSentence) {
+    words_.clear();
+    bool pending = startsSentence;
+    const auto count = static_cast<int>(tokens_.size());
+    const auto at = [&](int i) -> Token* {
+        return i >= 0 && i < count ? &tokens_[static_cast<size_t>(i)] : nullptr;
+    };
+    for (int i = 0; i < count; ++i) {
+        Token& token = *at(i);
+        const Token* previous = at(i - 1);
+        const Token* next = at(i + 1);
+        if (token.kind == Token::Kind::word) {
+            token.startsSentence = pending;
+            pending = false;
+            const auto isHyphen = [](const Token* t) {
+                return t && (t->text == QStringLiteral("-") || t->text == QChar(0x2010) ||
+                             t->text == QChar(0x2011));
+            };
+            token.hyphenated = isHyphen(previous) || isHyphen(next);
+            token.quotedAlone = previous && next && previous->kind == Token::Kind::punctuation &&
+                                next->kind == Token::Kind::punctuation && isQuote(previous->text.front()) &&
+                                isQuote(next->text.front());
+            words_.push_back(i);
+        } else if (token.kind == Token::Kind::punctuation) {
+            const bool stop = token.text == QStringLiteral(".") || token.text == QStringLiteral("?") ||
+                              token.text == QStringLiteral("!");
+            if (stop && next && next->kind == Token::Kind::space) {
+                const bool abbreviated =
+                    previous && previous->kind == Token::Kind::word &&
+                    (previous->text.size() < 3 || abbreviations().contains(previous->lower));
+                const bool dots = previous && previous->text == token.text;
+                pending = !abbreviated && !dots;
+            }
+        } else if (token.kind == Token::Kind::kept) {
+            pending = false;
+        }
+    }
+}
+
+QString Line::text() const {
+    QString joined;
+    for (const Token& token : tokens_) {
+        joined += token.text;
+    }
+    return joined;
+}
+
+bool Line::endsSentence() const {
+    for (auto token = tokens_.rbegin(); token != tokens_.rend(); ++token) {
+        if (token->kind == Token::Kind::space ||
+            (token->kind == Token::Kind::punctuation && isQuote(token->text.front()))) {
+            continue;
+        }
+        return token->text == QStringLiteral(".") || token->text == QStringLiteral("?") ||
+               token->text == QStringLiteral("!");
+    }
+    return true;
+}
+
+QString Line::lower(int i) const {
+    return i >= 0 && i < wordCount() ? word(i).lower : QString();
+}
+
+QString Line::follows(int i) const {
+    if (i < 1 || i >= wordCount()) {
+        return {};
+    }
+    const int here = words_[static_cast<size_t>(i)];
+    const int there = words_[static_cast<size_t>(i) - 1];
+    return here == there + 2 && tokens_[static_cast<size_t>(there) + 1].kind == Token::Kind::space
+               ? word(i).lower
+               : QString();
+}
+
+QString Line::before(int i) const {
+    return follows(i).isEmpty() ? QString() : lower(i - 1);
+}
+
+QChar Line::punctuationAfter(int i) const {
+    if (i < 0 || i >= wordCount()) {
+        return {};
+    }
+    const auto next = static_cast<size_t>(words_[static_cast<size_t>(i)]) + 1;
+    return next < tokens_.size() && tokens_[next].kind == Token::Kind::punctuation
+               ? tokens_[next].text.front()
+               : QChar();
+}
+
+bool Line::endsClause(int i) const {
+    if (i < 0 || i >= wordCount()) {
+        return true;
+    }
+    const auto next = static_cast<size_t>(words_[static_cast<size_t>(i)]) + 1;
+    return next >= tokens_.size() || QStringView(u".,;:!?").contains(punctuationAfter(i)) ||
+           (next + 1 == tokens_.size() && tokens_[next].kind == Token::Kind::space);
+}
+
+void Line::replace(int i, const QString& lowerWord) {
+    QString made = lowerWord;
+    if (word(i).text.front().isUpper()) {
+        made.front() = made.front().toUpper();
+    }
+    replaceExactly(i, made);
+}
+
+void Line::replaceExactly(int i, const QString& made) {
+    Token& token = word(i);
+    token.text = made;
+    token.lower = made.toLower();
+    if (curlyApostrophes_) {
+        token.text.replace(u'\'', curlyApostrophe);
+    }
+}
+
+void Line::remove(int i) {
+    const bool starts = word(i).startsSentence;
+    const bool capital = word(i).text.front().isUpper();
+    const int at = words_[static_cast<size_t>(i)];
+    const auto erase = [&](int from, int to) { tokens_.erase(tokens_.begin() + from, tokens_.begin() + to); };
+    if (!follows(i).isEmpty()) {
+        erase(at - 1, at + 1);
+    } else if (i + 1 < wordCount() && !follows(i + 1).isEmpty()) {
+        erase(at, at + 2);
+    } else {
+        return;
+    }
+    const bool first = words_.front() == at;
+    const bool before = !words_.empty() && tokens_.size() > 0 && starts && first;
+    index(before);
+    if (starts && i < wordCount()) {
+        word(i).startsSentence = true;
+        if (capital) {
+            word(i).text.front() = word(i).text.front().toUpper();
+        }
+    }
+}
+
+} // namespace vellumline

@@ -1,0 +1,66 @@
+#pragma once
+
+#include <QString>
+#include <vector>
+
+namespace vellumline {
+
+struct Token {
+    enum class Kind {
+        word,        ///< Letters, with apostrophes between them.
+        space,       ///< Any run of white space.
+        punctuation, ///< One character.
+        kept,        ///< An address, path, number, code: never changed.
+    };
+    Kind kind = Kind::kept;
+    QString text;
+    QString lower; ///< Of a word: lower case with straight apostrophes.
+    bool startsSentence = false;
+    bool hyphenated = false;  ///< A part of a hyphenated word.
+    bool quotedAlone = false; ///< The only word between two quotes: a word that is talked about.
+};
+
+/// One line of text as tokens; joined again they are the line, character for character.
+class Line {
+  public:
+    Line(const QString& text, bool startsSentence);
+
+    QString text() const;
+    bool looksLikeCode() const { return looksLikeCode_; }
+    /// Whether what follows this line begins a sentence.
+    bool endsSentence() const;
+
+    /// The tokens that are words, in order.
+    int wordCount() const { return static_cast<int>(words_.size()); }
+    Token& word(int i) { return tokens_[static_cast<size_t>(words_[static_cast<size_t>(i)])]; }
+    const Token& word(int i) const { return tokens_[static_cast<size_t>(words_[static_cast<size_t>(i)])]; }
+    /// The lower-case word at an index when only one space stands between it and the word before; else empty.
+    /// Out of range is empty too, so that rules need no bounds.
+    QString follows(int i) const;
+    /// The lower-case word at an index; empty out of range.
+    QString lower(int i) const;
+    /// The lower-case word before `i` when only one space stands between; else empty.
+    QString before(int i) const;
+    /// Whether a sentence's or clause's punctuation, or the line's end, follows the word.
+    bool endsClause(int i) const;
+    /// The punctuation right after the word; null when none is.
+    QChar punctuationAfter(int i) const;
+
+    /// Puts another word there; its case and the form of its apostrophe follow the text.
+    void replace(int i, const QString& lowerWord);
+    /// As it stands, for "I" and names.
+    void replaceExactly(int i, const QString& word);
+    /// Takes a word out with the space before it, or after it at the start.
+    void remove(int i);
+
+  private:
+    void tokenize(const QString& text);
+    void index(bool startsSentence);
+
+    std::vector<Token> tokens_;
+    std::vector<int> words_;
+    bool looksLikeCode_ = false;
+    bool curlyApostrophes_ = false;
+};
+
+} // namespace vellumline
