@@ -12,8 +12,8 @@
 
 using namespace vellumline;
 
-/// Copying in editors that nobody here wrote, in layouts that have a c, have it elsewhere, or have none,
-/// while the user holds the hot key.
+/// Copying and pasting in editors that nobody here wrote, in layouts that have a c, have it elsewhere, or
+/// have none, while the user holds the hot key.
 class KeyEventsEditorsTest : public QObject {
     Q_OBJECT
 
@@ -25,6 +25,16 @@ class KeyEventsEditorsTest : public QObject {
         reader.waitForFinished(2000);
         return reader.readAllStandardOutput().trimmed();
     }
+    static void fillClipboard(const QByteArray& text) {
+        // xclip leaves a process behind that serves the text.
+        QProcess writer;
+        writer.setStandardOutputFile(QProcess::nullDevice());
+        writer.setStandardErrorFile(QProcess::nullDevice());
+        writer.start(QStringLiteral("xclip"), {QStringLiteral("-selection"), QStringLiteral("clipboard")});
+        writer.write(text);
+        writer.closeWriteChannel();
+        QVERIFY(writer.waitForFinished());
+    }
 
   private Q_SLOTS:
     void initTestCase() {
@@ -33,7 +43,7 @@ class KeyEventsEditorsTest : public QObject {
     }
     void cleanup() { QVERIFY(setKeyboardLayout({QStringLiteral("-layout"), QStringLiteral("us")})); }
 
-    void theHeldHotKeyCopies_data() {
+    void theHeldHotKeyCopiesAndPastes_data() {
         QTest::addColumn<QString>("editor");
         QTest::addColumn<QStringList>("layout");
         QTest::addColumn<int>("group");
@@ -48,7 +58,7 @@ class KeyEventsEditorsTest : public QObject {
                 << name << QStringList{QStringLiteral("us,ru")} << 1;
         }
     }
-    void theHeldHotKeyCopies() {
+    void theHeldHotKeyCopiesAndPastes() {
         QFETCH(QString, editor);
         QFETCH(QStringList, layout);
         QFETCH(int, group);
@@ -73,7 +83,8 @@ class KeyEventsEditorsTest : public QObject {
         const X11Workspace workspace(*connection);
         QTRY_COMPARE_WITH_TIMEOUT(workspace.frontmostApplication(),
                                   Workspace::Application{program.processId()}, 20000);
-        QVERIFY(hotkeys.installHandler([&keys] { keys.postCommand(8); }));
+        std::uint16_t stroke = 8;
+        QVERIFY(hotkeys.installHandler([&keys, &stroke] { keys.postCommand(stroke); }));
         QVERIFY(hotkeys.registerHotKey(15, 0x1800, {}));
         const QList<std::uint8_t> hotKey{XKey::control, XKey::alt, XKey::r};
 
@@ -90,6 +101,27 @@ class KeyEventsEditorsTest : public QObject {
             copied = clipboard();
         }
         QCOMPARE(copied, text);
+
+        const QByteArray correction = "I have gone " + QByteArray(QTest::currentDataTag());
+        fillClipboard(correction);
+        QCOMPARE(clipboard(), correction);
+        stroke = 9;
+        user.press(hotKey);
+        QTest::qWait(300);
+        user.release(hotKey);
+        stroke = 8;
+        fillClipboard("between");
+        time.restart();
+        copied.clear();
+        while (copied != correction && time.elapsed() < 10000) {
+            keys.postCommand(0);
+            QTest::qWait(100);
+            user.press(hotKey);
+            QTest::qWait(200);
+            user.release(hotKey);
+            copied = clipboard();
+        }
+        QCOMPARE(copied, correction);
         QTRY_COMPARE(user.keysDown(), QList<int>());
         program.kill();
         program.waitForFinished();
