@@ -8,8 +8,9 @@ import subprocess
 import sys
 import time
 
-from desktop import (MARKER_TARGETS, Failure, Programs, activate, active_window, clipboard, editable_text_of, press, run,
-                     same_contents, say, screenshot, selected_text_of, text_of, wait_for, window_of)
+from desktop import (MARKER_TARGETS, Failure, Programs, activate, active_window, clipboard, close_window_of,
+                     editable_text_of, press, run, same_contents, say, screenshot, selected_text_of, text_of,
+                     wait_for, window_of)
 
 SENTENCE = "i has went to the shop yesterday and buyed three apple."
 EXPECTED = "I went to the shop yesterday and bought three apples."
@@ -220,6 +221,9 @@ def main():
         say(f"ok       Vellumline is on the session bus after {(time.monotonic() - begin) * 1000:.0f} ms")
 
         sign_in(programs, output)
+        if window_of(program.pid) is not None:
+            screenshot(os.path.join(output, "welcome.png"))
+            close_window_of(program.pid)
         for name in options.editors.split(","):
             good = correct_in(name, programs, build, output) and good
             if program.poll() is not None:

@@ -95,6 +95,16 @@ def window_of(pid):
     return None
 
 
+def close_window_of(pid):
+    """Closes the window of a process as a click on its close button does; False when it had none."""
+    window = window_of(pid)
+    if window is None:
+        return False
+    run("wmctrl", "-ic", window)
+    wait_for("the window to close", 10, lambda: window_of(pid) is None)
+    return True
+
+
 def active_window():
     answer = run("xdotool", "getactivewindow")
     return int(answer) if answer else 0
