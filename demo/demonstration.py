@@ -89,7 +89,7 @@ def show_clipboard(when, contents):
     say(f"         clipboard {when}:")
     for name, (size, digest) in contents.items():
         note = "   (marks the contents as not to be kept in a clipboard history)" if name in MARKER_TARGETS else ""
-        say(f"           {name:32} {size:9} bytes  sha256 {digest}{note}")
+        say(f"           {name:34} {size:8} bytes  sha256 {digest}{note}")
 
 
 def correct_in(name, programs, build, output):
