@@ -21,11 +21,11 @@ namespace vellumline {
 /// The described attributes are answered from roles, states and the Text interface: settable is the state
 /// EDITABLE (the interface EditableText is missing in some programs that can be edited, and present in some
 /// that cannot), a password field is the role PASSWORD_TEXT. A terminal, also one without a tree, answers as
-/// text that cannot be set. Main thread only.
+/// text that cannot be set. Main thread only. Calls under way when it is destroyed end with an error.
 class AtSpiAccessibility final : public QObject, public Accessibility {
     Q_OBJECT
   public:
-    /// `activeWindowClass`: names the active window's program where it has no tree (WM_CLASS on X11).
+    /// `activeWindowClass`: names the active window's program (both parts of WM_CLASS on X11).
     explicit AtSpiAccessibility(std::function<QStringList()> activeWindowClass,
                                 QDBusConnection sessionBus = QDBusConnection::sessionBus(),
                                 QObject* parent = nullptr);
@@ -44,7 +44,8 @@ class AtSpiAccessibility final : public QObject, public Accessibility {
     QCoro::Task<AccessibilityResult<bool>> isAttributeSettable(AccessibilityElement element,
                                                                QString attribute) override;
 
-    /// Whether a window class is a terminal emulator's.
+    /// Whether a window class is a terminal emulator's, or another program's that takes Control-C as a
+    /// command.
     static bool isTerminalClass(const QStringList& windowClass);
 
   Q_SIGNALS:
@@ -53,6 +54,7 @@ class AtSpiAccessibility final : public QObject, public Accessibility {
 
   private Q_SLOTS:
     void focusEvent(const QDBusMessage& message);
+    void busLost();
 
   private:
     struct Application;
@@ -72,11 +74,12 @@ class AtSpiAccessibility final : public QObject, public Accessibility {
     focusedElement(std::shared_ptr<Application> application);
     QCoro::Task<std::optional<AccessibilityElement>>
     rememberedFocus(std::shared_ptr<Application> application);
-    QCoro::Task<AccessibilityResult<AccessibilityValue>>
-    searchFocus(std::shared_ptr<Application> application);
+    QCoro::Task<AccessibilityResult<AccessibilityValue>> searchFocus(std::shared_ptr<Search> search);
     QCoro::Task<QList<atspi::Reference>> activeFrames(std::shared_ptr<Application> application);
-    QCoro::Task<void> searchBelow(atspi::Reference frame, std::shared_ptr<Application> application,
-                                  std::shared_ptr<Search> search);
+    QCoro::Task<void> searchBelow(atspi::Reference frame, std::shared_ptr<Search> search);
+    QCoro::Task<QList<atspi::Reference>> visit(QList<atspi::Reference> nodes, atspi::Reference frame,
+                                               std::shared_ptr<Search> search);
+    QCoro::Task<QString> toolkitName(std::shared_ptr<Application> application);
     QCoro::Task<AccessibilityResult<AccessibilityValue>> selectedRange(std::shared_ptr<const Node> node);
     QCoro::Task<AccessibilityResult<AccessibilityValue>> selectedText(std::shared_ptr<const Node> node);
     QCoro::Task<bool> neighbourIsSelected(std::shared_ptr<const Node> node);
@@ -84,8 +87,10 @@ class AtSpiAccessibility final : public QObject, public Accessibility {
     std::function<QStringList()> activeWindowClass_;
     QDBusConnection sessionBus_;
     std::optional<QDBusConnection> bus_;
+    QString connectionName_;
     bool connecting_ = false;
     QHash<QString, qint64> processes_; ///< unique bus name → process; a unique name is never given twice
+    QHash<QString, QString> toolkits_; ///< unique bus name → toolkit name
     QHash<qint64, std::weak_ptr<Application>> applications_;
     atspi::Reference lastFocus_;
 };

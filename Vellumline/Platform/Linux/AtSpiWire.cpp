@@ -64,9 +64,19 @@ std::optional<StateSet> joinedStates(const QList<uint>& words) {
 }
 
 std::optional<Span> orderedSpan(int start, int end) {
+    if (start == end)
+        return Span{std::max(start, 0), std::max(start, 0)};
     if (start < 0 || end < 0)
         return std::nullopt;
     return Span{std::min(start, end), std::max(start, end)};
+}
+
+bool isWholeText(const Span& span, const QString& text) {
+    const qint64 length = qint64(span.end) - span.start;
+    qint64 codePoints = 0;
+    for (const QChar unit : text)
+        codePoints += unit.isLowSurrogate() ? 0 : 1;
+    return length == codePoints || length == text.size();
 }
 
 std::optional<QList<Reference>> references(const QDBusMessage& answer, int most) {
@@ -79,6 +89,35 @@ std::optional<QList<Reference>> references(const QDBusMessage& answer, int most)
     while (!argument.atEnd() && result.size() < most)
         result.append(read(argument));
     argument.endArray();
+    return result;
+}
+
+std::optional<QList<Reference>> focusedItems(const QDBusMessage& answer, int most) {
+    // node, application, parent, index, child count, interfaces, name, role, description, states
+    const auto value = only(answer, "a((so)(so)(so)iiassusau)");
+    if (!value)
+        return std::nullopt;
+    const auto argument = value->value<QDBusArgument>();
+    QList<Reference> result;
+    argument.beginArray();
+    for (int i = 0; !argument.atEnd() && i < most; ++i) {
+        int index = 0;
+        int childCount = 0;
+        uint role = 0;
+        QStringList interfaces;
+        QString name;
+        QString description;
+        QList<uint> words;
+        argument.beginStructure();
+        const Reference node = read(argument);
+        read(argument);
+        read(argument);
+        argument >> index >> childCount >> interfaces >> name >> role >> description >> words;
+        argument.endStructure();
+        const auto states = joinedStates(words);
+        if (states && states->contains(State::focused))
+            result.append(node);
+    }
     return result;
 }
 
@@ -159,13 +198,12 @@ std::optional<Span> span(const QDBusMessage& answer) {
 }
 
 QDBusArgument& operator<<(QDBusArgument& argument, const MatchRule& rule) {
-    constexpr int matchAll = 1;   // ATSPI_Collection_MATCH_ALL
-    constexpr int matchEmpty = 4; // ATSPI_Collection_MATCH_EMPTY: no condition
+    constexpr int matchAll = 1; // ATSPI_Collection_MATCH_ALL: with nothing listed, no condition
     argument.beginStructure();
     argument << rule.stateWords << matchAll;
     argument.beginMap(QMetaType::fromType<QString>(), QMetaType::fromType<QString>());
     argument.endMap();
-    argument << matchEmpty << QList<int>() << matchEmpty << QStringList() << matchEmpty << false;
+    argument << matchAll << QList<int>() << matchAll << QStringList() << matchAll << false;
     argument.endStructure();
     return argument;
 }

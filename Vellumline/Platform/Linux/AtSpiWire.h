@@ -29,7 +29,9 @@ enum class State {
     focusable = 11,
     focused = 12,
     showing = 25,
-    visible = 30
+    visible = 30,
+    managesDescendants = 31,
+    readOnly = 43
 };
 
 /// AtspiRole
@@ -59,16 +61,21 @@ class StateSet {
 
 /// Joins the 32-bit words in which states travel; nothing when there are none.
 std::optional<StateSet> joinedStates(const QList<uint>& words);
-/// The two ends of a selection in order, both at least 0; nothing when they make no sense.
+/// The two ends of a selection in order, both at least 0; nothing when they make no sense. Equal ends are an
+/// empty selection, whatever they are: some programs say -1 twice.
 struct Span {
     int start = 0;
     int end = 0;
     bool operator==(const Span&) const = default;
 };
 std::optional<Span> orderedSpan(int start, int end);
+/// Whether a text fills its span: offsets count code points, in Qt programs UTF-16 units.
+bool isWholeText(const Span& span, const QString& text);
 
 // Readers of method returns.
 std::optional<QList<Reference>> references(const QDBusMessage& answer, int most);
+/// The focused ones among the first `most` items of org.a11y.atspi.Cache.GetItems.
+std::optional<QList<Reference>> focusedItems(const QDBusMessage& answer, int most);
 std::optional<Reference> reference(const QDBusMessage& answer);
 std::optional<Reference> referenceProperty(const QDBusMessage& answer);
 std::optional<StateSet> states(const QDBusMessage& answer);
