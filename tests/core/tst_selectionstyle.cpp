@@ -1,0 +1,235 @@
+#include "VellumlineCore/SelectionStyle.h"
+
+#include <QTest>
+
+using namespace vellumline;
+
+class SelectionStyleTest : public QObject {
+    Q_OBJECT
+
+  private Q_SLOTS:
+    void theDocumentIsExact();
+    void halfPointsRoundAwayFromZero();
+    void aFamilyIsEscapedAndLosesItsSemicolons();
+    void withoutASizeThereIsNoDocument();
+    void textIsEscaped_data();
+    void textIsEscaped();
+
+    void theSameSelectionMayDifferInItsForm();
+
+    void theFontIsFoundInRtf_data();
+    void theFontIsFoundInRtf();
+
+    void ownDocumentsAreRead();
+
+    void theFontIsFoundInHtml_data();
+    void theFontIsFoundInHtml();
+
+    void rtfComesBeforeHtml();
+
+    void charactersAreWhatTheUserSees();
+
+    void trimmingKnowsEveryWhiteSpace();
+};
+
+namespace {
+
+Font font(const char* family, double points, bool bold = false, bool italic = false) {
+    return {QString::fromUtf8(family), QString::fromUtf8(family), points, bold, italic};
+}
+
+const QByteArray header = R"({\rtf1\ansi\ansicpg1252\deff0{\fonttbl{\f0\fnil\fcharset0 F;}}\f0)";
+
+/// A readable form for comparisons: "Family 12 bold italic", or "none".
+QString described(const std::optional<Font>& found) {
+    if (!found)
+        return QStringLiteral("none");
+    return found->familyName + QLatin1Char(' ') + QString::number(found->pointSize) +
+           (found->bold ? QStringLiteral(" bold") : QString()) +
+           (found->italic ? QStringLiteral(" italic") : QString());
+}
+
+} // namespace
+
+void SelectionStyleTest::theDocumentIsExact() {
+    QCOMPARE(SelectionStyle::rtf(QStringLiteral("a{b}"), font("F", 12, true)), header + R"(\fs24\b a\{b\}})");
+    QCOMPARE(SelectionStyle::rtf(QStringLiteral("x"), font("F", 12, true, true)), header + R"(\fs24\b\i x})");
+    QCOMPARE(SelectionStyle::rtf(QStringLiteral("x"), font("F", 12, false, true)), header + R"(\fs24\i x})");
+    QCOMPARE(SelectionStyle::rtf(QStringLiteral("x\r\ny"), font("F", 12)), header + R"(\fs24 x\line y})");
+}
+
+void SelectionStyleTest::halfPointsRoundAwayFromZero() {
+    QVERIFY(SelectionStyle::rtf(QString(), font("F", 10.25)).contains(R"(\fs21 )"));
+    QVERIFY(SelectionStyle::rtf(QString(), font("F", 10.24)).contains(R"(\fs20 )"));
+    QVERIFY(SelectionStyle::rtf(QString(), font("F", 0.25)).contains(R"(\fs1 )"));
+}
+
+void SelectionStyleTest::aFamilyIsEscapedAndLosesItsSemicolons() {
+    QVERIFY(SelectionStyle::rtf(QString(), font("A;{B}é", 12)).contains(R"(\fcharset0 A\{B\}\u233?;}})"));
+    QCOMPARE(SelectionStyle::familyName({QString(), QStringLiteral("Name"), 1, false, false}),
+             QStringLiteral("Name"));
+}
+
+void SelectionStyleTest::withoutASizeThereIsNoDocument() {
+    QVERIFY(!SelectionStyle::usableRtf(QStringLiteral("x"), font("F", 0)));
+    QVERIFY(!SelectionStyle::usableRtf(QStringLiteral("x"), font("F", -1)));
+    QVERIFY(SelectionStyle::usableRtf(QStringLiteral("x"), font("F", 0.5)));
+}
+
+void SelectionStyleTest::textIsEscaped_data() {
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<QByteArray>("escaped");
+    const auto row = [](const char* name, const QString& text, const char* escaped) {
+        QTest::newRow(name) << text << QByteArray(escaped);
+    };
+    row("empty", QString(), "");
+    row("specials", QStringLiteral("\\{}"), R"(\\\{\})");
+    row("a tab", QStringLiteral("a\tb"), R"(a\tab b)");
+    row("line ends of every kind", QStringLiteral("a\nb\rc\r\nd"), R"(a\line b\line c\line d)");
+    row("other controls are dropped", QStringLiteral("a\u0001\u000B\u001Fb"), "ab");
+    row("DEL stays", QStringLiteral("\u007F"), "\x7f");
+    row("U+0080", QStringLiteral("\u0080"), R"(\u128?)");
+    row("é", QStringLiteral("é"), R"(\u233?)");
+    row("U+7FFF", QString(QChar(0x7FFF)), R"(\u32767?)");
+    row("U+8000 is negative", QString(QChar(0x8000)), R"(\u-32768?)");
+    row("U+FFFD", QString(QChar(0xFFFD)), R"(\u-3?)");
+    row("an emoji is its surrogates", QStringLiteral("\U0001F600"), R"(\u-10179?\u-8704?)");
+}
+
+void SelectionStyleTest::textIsEscaped() {
+    QFETCH(const QString, text);
+    QFETCH(const QByteArray, escaped);
+    QCOMPARE(SelectionStyle::rtfEscaped(text), escaped);
+}
+
+void SelectionStyleTest::theSameSelectionMayDifferInItsForm() {
+    const auto same = [](const char* a, const char* b) {
+        return SelectionStyle::sameSelection(QString::fromUtf8(a), QString::fromUtf8(b));
+    };
+    QVERIFY(same("a\r\nb\n", "a\nb"));
+    QVERIFY(same("a\rb", "a\nb"));
+    QVERIFY(same("  a ", "a"));
+    QVERIFY(same("\xc3\xa9", "e\xcc\x81"));
+    QVERIFY(!same("a", "b"));
+    QVERIFY(!same("a b", "a  b"));
+    QVERIFY(!same("A", "a"));
+}
+
+void SelectionStyleTest::theFontIsFoundInRtf_data() {
+    QTest::addColumn<QByteArray>("rtf");
+    QTest::addColumn<QString>("expected");
+    const auto row = [](const char* name, const QByteArray& rtf, const char* expected) {
+        QTest::newRow(name) << rtf << QString::fromUtf8(expected);
+    };
+    const QByteArray table =
+        R"({\rtf1\ansi\deff1{\fonttbl{\f0\froman Times New Roman;}{\f1\fswiss\fcharset0 Liberation Sans{\*\falt Arial};}})";
+    row("the default font and size", table + "text}", "Liberation Sans 12");
+    row("a chosen font", table + R"(\f0\fs28\b\i text})", "Times New Roman 14 bold italic");
+    row("switched off again", table + R"(\f0\b\i\b0\i0\fs20 text})", "Times New Roman 10");
+    row("a closed group does not count", table + R"({\f0\fs40\b  }text})", "Liberation Sans 12");
+    row("plain resets", table + R"(\f0\fs40\b\plain text})", "Liberation Sans 12");
+    row("white space is passed over", table + R"(\f0\fs20 \par \tab \~ {\f1\fs22 x}y})",
+        "Liberation Sans 11");
+    row("hidden text is passed over", table + R"({\v\f0 hidden}\fs30 x})", "Liberation Sans 15");
+    row("style sheet, colours and info are not text",
+        table +
+            R"({\colortbl;\red0;}{\stylesheet{\s0\f0 Normal;}}{\info{\title T}}{\*\generator G;}\f0\fs18 x})",
+        "Times New Roman 9");
+    row("an attachment is passed over", table + R"(\f0\u-4?{\f1\fs20 x}})", "Liberation Sans 10");
+    row("a character beyond ASCII", table + R"(\f0\fs24\u233?})", "Times New Roman 12");
+    row("a surrogate", table + R"(\f0\u-10179?\u-8704?})", "Times New Roman 12");
+    row("an escaped byte", table + R"(\f0\'e9})", "Times New Roman 12");
+    row("white space alone", table + "  \\par  }", "none");
+    row("no font table", R"({\rtf1 text})", "none");
+    row("not RTF", "text", "none");
+    row("empty", "", "none");
+    row("cut short", R"({\rtf1{\fonttbl{\f0 A;)", "none");
+    row("raw bytes are skipped", table + "\\bin5 }}}}}\\f0 x}", "Times New Roman 12");
+    row("a name that is not ASCII", R"({\rtf1{\fonttbl{\f0 D\'e9j\'e0;}}x})",
+        "D\xef\xbf\xbdj\xef\xbf\xbd 12");
+    row("one table group for all", R"({\rtf1\deff0{\fonttbl\f0\fswiss One;\f1 Two;}\f1 x})", "Two 12");
+    row("deep nesting", R"({\rtf1{\fonttbl{\f0 A;}})" + QByteArray(100000, '{') + "x", "A 12");
+}
+
+void SelectionStyleTest::theFontIsFoundInRtf() {
+    QFETCH(const QByteArray, rtf);
+    QFETCH(const QString, expected);
+    QCOMPARE(described(SelectionStyle::fontInRtf(rtf)), expected);
+}
+
+void SelectionStyleTest::ownDocumentsAreRead() {
+    for (const Font& each : {font("Liberation Serif", 12), font("A B", 10.5, true), font("C", 8, true, true)})
+        QCOMPARE(SelectionStyle::fontInRtf(SelectionStyle::rtf(QStringLiteral("x"), each)),
+                 std::optional(each));
+}
+
+void SelectionStyleTest::theFontIsFoundInHtml_data() {
+    QTest::addColumn<QByteArray>("html");
+    QTest::addColumn<QString>("expected");
+    const auto row = [](const char* name, const QByteArray& html, const char* expected) {
+        QTest::newRow(name) << html << QString::fromUtf8(expected);
+    };
+    row("an inline style", R"(<p style="font-family:'Noto Sans',sans-serif;font-size:14px">x</p>)",
+        "Noto Sans 10.5");
+    row("points win", R"(<p style="font-family:A; font-size: 11.5pt">x</p>)", "A 11.5");
+    row("a font element, as office programs write it",
+        R"(<font face="Liberation Serif, serif"><font size="4" style="font-size: 14pt"><b><i>x</i></b></font></font>)",
+        "Liberation Serif 14 bold italic");
+    row("weight and slant by style",
+        R"(<span style="font-family:A;font-weight:700;font-style:oblique">x</span>)", "A 12 bold italic");
+    row("weight taken back", R"(<b style="font-family:A;font-weight:normal">x</b>)", "A 12");
+    row("the shorthand", R"(<p style="font-family:B; font: italic bold 16px/1.5 'C D', serif">x</p>)",
+        "C D 12 bold italic");
+    row("a style sheet",
+        R"(<style>p, li {font-family: A; font-size: 20px} p.x {font-weight:bold}</style><p class="x">t)",
+        "A 15 bold");
+    row("the first text decides",
+        R"(<p style="font-family:A"> &nbsp; <br></p><p style="font-family:B">x</p>)", "B 12");
+    row("a comment and a head are passed over",
+        R"(<html><head><title>t</title><!-- <p>no</p> --></head><body style='font-family:"A"'>x)", "A 12");
+    row("a family without quotes", R"(<span style=font-family:Arial>x</span>)", "Arial 12");
+    row("an escaped quote", R"(<span style="font-family:&quot;A B&quot;">x</span>)", "A B 12");
+    row("no declaration", R"(<p style="font-size:11pt">x</p>)", "none");
+    row("declared elsewhere only", R"(x<p style="font-family:A">y</p>)", "none");
+    row("white space alone", R"(<p style="font-family:A"> </p>)", "none");
+    row("not UTF-8", "<p style=\"font-family:A\">\xff</p>", "none");
+    row("an absurd size keeps the parsed one", R"(<p style="font-family:A;font-size:99999pt">x</p>)",
+        "A 99999");
+    row("a tag that never ends", R"(<p style="font-family:A)", "none");
+    row("deep nesting", R"(<p style="font-family:A">)" + QByteArray("<b>").repeated(50000) + "x",
+        "A 12 bold");
+}
+
+void SelectionStyleTest::theFontIsFoundInHtml() {
+    QFETCH(const QByteArray, html);
+    QFETCH(const QString, expected);
+    QCOMPARE(described(SelectionStyle::fontInHtml(html)), expected);
+}
+
+void SelectionStyleTest::rtfComesBeforeHtml() {
+    const QByteArray rtf = R"({\rtf1{\fonttbl{\f0 R;}}x})";
+    const QByteArray html = R"(<p style="font-family:H">x</p>)";
+    QCOMPARE(described(SelectionStyle::font(rtf, html)), QStringLiteral("R 12"));
+    QCOMPARE(described(SelectionStyle::font(QByteArray("broken"), html)), QStringLiteral("H 12"));
+    QCOMPARE(described(SelectionStyle::font(std::nullopt, html)), QStringLiteral("H 12"));
+    QCOMPARE(described(SelectionStyle::font(std::nullopt, std::nullopt)), QStringLiteral("none"));
+}
+
+void SelectionStyleTest::charactersAreWhatTheUserSees() {
+    QCOMPARE(characterCount(QStringLiteral("abc")), 3);
+    QCOMPARE(characterCount(QStringLiteral("e\u0301")), 1);
+    QCOMPARE(characterCount(QStringLiteral("\U0001F469\u200D\U0001F469\u200D\U0001F467")), 1);
+    QCOMPARE(characterCount(QStringLiteral("\r\n")), 1);
+    QCOMPARE(characterCount(QString()), 0);
+    QVERIFY(hasMoreCharactersThan(QStringLiteral("abc"), 2));
+    QVERIFY(!hasMoreCharactersThan(QStringLiteral("abc"), 3));
+}
+
+void SelectionStyleTest::trimmingKnowsEveryWhiteSpace() {
+    QCOMPARE(trimmedWhitespace(QStringLiteral("\u00A0\u2003\u2028\u0085 x y\t\u3000")),
+             QStringLiteral("x y"));
+    QCOMPARE(trimmedWhitespace(QStringLiteral(" \n")), QString());
+}
+
+QTEST_GUILESS_MAIN(SelectionStyleTest)
+#include "tst_selectionstyle.moc"
