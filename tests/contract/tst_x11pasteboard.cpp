@@ -12,6 +12,8 @@
 #include <QWindow>
 #include <cstdlib>
 
+Q_DECLARE_METATYPE(vellumline::test::ScriptedTarget)
+
 using namespace vellumline;
 using namespace vellumline::test;
 using namespace std::chrono_literals;
@@ -851,8 +853,6 @@ class X11PasteboardTest : public QObject {
     std::unique_ptr<X11Pasteboard> board_;
     std::unique_ptr<ScriptedOwner> owner_;
 };
-
-Q_DECLARE_METATYPE(vellumline::test::ScriptedTarget)
 
 QTEST_MAIN(X11PasteboardTest)
 #include "tst_x11pasteboard.moc"
