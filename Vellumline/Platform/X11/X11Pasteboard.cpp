@@ -106,8 +106,12 @@ bool X11Pasteboard::start(const QByteArray& display, std::uint8_t fixesFirstEven
 
 X11Pasteboard::~X11Pasteboard() {
     if (clearing_ && !isLost()) {
-        xcb_set_selection_owner(connection_->raw(), XCB_WINDOW_NONE, clipboard_, XCB_CURRENT_TIME);
-        connection_->flush();
+        // With the answer awaited: the X server drops what it has not yet read of a client that closes its
+        // socket.
+        auto* raw = connection_->raw();
+        const auto cookie =
+            xcb_set_selection_owner_checked(raw, XCB_WINDOW_NONE, clipboard_, XCB_CURRENT_TIME);
+        const XcbReply<xcb_generic_error_t> error(xcb_request_check(raw, cookie));
     }
     lose();
     server_.reset(); // joins the thread: nothing is posted from here on, and what was posted is dropped
