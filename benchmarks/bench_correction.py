@@ -194,6 +194,7 @@ def main():
     parser.add_argument("--build", default=os.path.join(ROOT, "build", "run"))
     parser.add_argument("--rounds", type=int, default=30)
     parser.add_argument("--idle", type=float, default=20)
+    parser.add_argument("--settle", type=float, default=35, help="seconds before something counts as idle")
     parser.add_argument("--editor", default="mousepad")
     options = parser.parse_args()
     build = os.path.abspath(options.build)
@@ -222,7 +223,8 @@ def main():
             wait_for("the welcome window to be closed", 10, lambda: close_window_of(program.pid))
 
             def idle(when):
-                time.sleep(min(5.0, options.idle))
+                # For half a minute after its start the program waits for a panel that could show its icon.
+                time.sleep(options.settle)
                 proportional, private = memory(program.pid)
                 before = switches(program.pid)
                 time.sleep(options.idle)
