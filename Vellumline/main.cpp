@@ -4,22 +4,30 @@
 #include <QCommandLineParser>
 #include <QSocketNotifier>
 #include <csignal>
+#include <cstdint>
+#include <sys/eventfd.h>
 #include <sys/prctl.h>
-#include <sys/signalfd.h>
 #include <unistd.h>
 
 namespace {
 
-/// SIGTERM and SIGINT as events of the main loop; -1 when the system does not offer that.
-int openSignals() {
-    sigset_t signals;
-    sigemptyset(&signals);
-    sigaddset(&signals, SIGTERM);
-    sigaddset(&signals, SIGINT);
-    sigaddset(&signals, SIGHUP);
-    if (sigprocmask(SIG_BLOCK, &signals, nullptr) != 0)
-        return -1;
-    return signalfd(-1, &signals, SFD_NONBLOCK | SFD_CLOEXEC);
+int signalDescriptor = -1;
+
+void handleSignal(int /*number*/) {
+    const std::uint64_t one = 1;
+    // The one thing that may be done here; the main loop does the rest.
+    [[maybe_unused]] const auto written = write(signalDescriptor, &one, sizeof one);
+}
+
+/// SIGTERM, SIGINT and SIGHUP as events of the main loop. Handlers, not a blocked mask: the browsers and the
+/// service that this program starts would inherit the mask and could not be ended.
+void watchSignals() {
+    signalDescriptor = eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
+    struct sigaction action = {};
+    action.sa_handler = handleSignal;
+    action.sa_flags = SA_RESTART;
+    for (const int number : {SIGTERM, SIGINT, SIGHUP})
+        sigaction(number, &action, nullptr);
 }
 
 } // namespace
@@ -28,7 +36,7 @@ int main(int argc, char** argv) {
     // Tokens and selected text pass through this process: no core dump, no other process of the user may read
     // them.
     prctl(PR_SET_DUMPABLE, 0);
-    const int signalDescriptor = openSignals();
+    watchSignals();
     // The clipboard, the keys and the shortcut are the X server's; under a Wayland session with Xwayland too.
     if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
         qputenv("QT_QPA_PLATFORM", "xcb");
@@ -55,14 +63,12 @@ int main(int argc, char** argv) {
     parser.process(application);
 
     vellumline::VellumlineApp app({parser.positionalArguments(), !parser.isSet(noLocalService)});
-    if (signalDescriptor >= 0) {
-        auto* notifier = new QSocketNotifier(signalDescriptor, QSocketNotifier::Read, &app);
-        QObject::connect(notifier, &QSocketNotifier::activated, &app, [&app, signalDescriptor] {
-            signalfd_siginfo information{};
-            while (read(signalDescriptor, &information, sizeof information) > 0)
-                app.quit();
-        });
-    }
+    QSocketNotifier signalNotifier(signalDescriptor, QSocketNotifier::Read);
+    QObject::connect(&signalNotifier, &QSocketNotifier::activated, &app, [&app] {
+        std::uint64_t count = 0;
+        [[maybe_unused]] const auto taken = read(signalDescriptor, &count, sizeof count);
+        app.quit();
+    });
     app.start();
     return QApplication::exec();
 }
