@@ -36,9 +36,11 @@ template<class T> class AsyncResult {
     };
     struct Awaiter {
         State* state;
+        // NOLINTBEGIN(readability-identifier-naming): the names that the language looks for
         bool await_ready() const noexcept { return state->value.has_value(); }
         void await_suspend(std::coroutine_handle<> waiter) { state->waiters.push_back(waiter); }
         T await_resume() const { return *state->value; }
+        // NOLINTEND(readability-identifier-naming)
     };
 
     std::shared_ptr<State> state_ = std::make_shared<State>();

@@ -16,7 +16,7 @@ const QString legacyService = QStringLiteral("com.kelthorne.vellumline");
 const QString legacyAccount = QStringLiteral("accessToken");
 
 /// A session is a few kilobytes; a larger file is not one.
-constexpr qint64 largestLegacyFile = 1024 * 1024;
+constexpr qint64 largestLegacyFile = qint64(1024) * 1024;
 
 /// The store could not be asked, as opposed to: it answered.
 bool isOutOfReach(Keychain::Status status) {

@@ -13,7 +13,7 @@ namespace vellumline {
 /// and the user's text or tokens in their bodies. Nothing is sent twice. Must outlive its requests.
 class QtHTTPTransport : public HTTPTransport {
   public:
-    static constexpr qint64 largestBody = 8 * 1024 * 1024; ///< Bytes.
+    static constexpr qint64 largestBody = qint64(8) * 1024 * 1024; ///< Bytes.
 
     QtHTTPTransport();
     ~QtHTTPTransport() override;
