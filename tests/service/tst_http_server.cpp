@@ -1,0 +1,228 @@
+#include "VellumlineService/Service/HttpServer.h"
+
+#include <QSemaphore>
+#include <QSignalSpy>
+#include <QTcpSocket>
+#include <QTest>
+
+using namespace vellumline;
+
+class HttpServerTest : public QObject {
+    Q_OBJECT
+
+    static QByteArray exchange(HttpServer& server, const QByteArray& bytes) {
+        QTcpSocket socket;
+        socket.connectToHost(QHostAddress::LocalHost, server.serverPort());
+        socket.write(bytes);
+        QByteArray answer;
+        [&] {
+            QTRY_VERIFY_WITH_TIMEOUT(
+                (answer += socket.readAll(), socket.state() == QAbstractSocket::UnconnectedState), 5000);
+        }();
+        return answer + socket.readAll();
+    }
+    static HttpServer::SlowTest never() {
+        return [](const HttpRequest&) { return false; };
+    }
+    static HttpServer::Handler echo() {
+        return [](const HttpRequest& request) {
+            HttpAnswer answer;
+            answer.contentType = "text/plain";
+            answer.body = request.method + ' ' + request.path + ' ' + request.body;
+            return answer;
+        };
+    }
+
+  private Q_SLOTS:
+    void requestsThatMeanTwoThingsAreRefused_data() {
+        QTest::addColumn<QByteArray>("bytes");
+        QTest::addColumn<int>("status");
+        const auto row = [](const char* name, const QByteArray& bytes, int status) {
+            QTest::newRow(name) << bytes << status;
+        };
+        row("no version", "GET /\r\n\r\n", 400);
+        row("another protocol", "GET / FTP/1.1\r\n\r\n", 400);
+        row("a newer version", "GET / HTTP/2.0\r\n\r\n", 505);
+        row("no host", "GET / HTTP/1.1\r\n\r\n", 400);
+        row("two hosts", "GET / HTTP/1.1\r\nHost: a\r\nHost: b\r\n\r\n", 400);
+        row("two lengths", "POST / HTTP/1.1\r\nHost: a\r\nContent-Length: 1\r\nContent-Length: 1\r\n\r\n",
+            400);
+        row("a negative length", "POST / HTTP/1.1\r\nHost: a\r\nContent-Length: -1\r\n\r\n", 400);
+        row("a signed length", "POST / HTTP/1.1\r\nHost: a\r\nContent-Length: +1\r\n\r\n", 400);
+        row("a chunked body", "POST / HTTP/1.1\r\nHost: a\r\nTransfer-Encoding: chunked\r\n\r\n", 411);
+        row("a body without a length", "POST / HTTP/1.1\r\nHost: a\r\n\r\n", 411);
+        row("a body too large", "POST / HTTP/1.1\r\nHost: a\r\nContent-Length: 262145\r\n\r\n", 413);
+        row("a folded header", "GET / HTTP/1.1\r\nHost: a\r\n b\r\n\r\n", 400);
+        row("a space before the colon", "GET / HTTP/1.1\r\nHost : a\r\n\r\n", 400);
+        row("a bare line feed", "GET / HTTP/1.1\nHost: a\n\r\n\r\n", 400);
+        row("a bare carriage return", "GET / HTTP/1.1\r\nHost: a\rb: c\r\n\r\n", 400);
+        row("a long address", "GET /" + QByteArray(9000, 'a'), 414);
+        row("large headers", "GET / HTTP/1.1\r\nHost: a\r\nb: " + QByteArray(20000, 'c'), 431);
+        row("many headers", "GET / HTTP/1.1\r\nHost: a\r\n" + QByteArray("b: c\r\n").repeated(101) + "\r\n",
+            431);
+        row("an unknown expectation",
+            "POST / HTTP/1.1\r\nHost: a\r\nExpect: tea\r\nContent-Length: 0\r\n\r\n", 417);
+    }
+    void requestsThatMeanTwoThingsAreRefused() {
+        QFETCH(QByteArray, bytes);
+        QFETCH(int, status);
+        HttpParser whole;
+        QCOMPARE(whole.feed(bytes), HttpParser::State::failed);
+        QCOMPARE(whole.failure(), status);
+        HttpParser trickled;
+        for (const char byte : bytes) {
+            trickled.feed(QByteArray(1, byte));
+        }
+        QCOMPARE(trickled.state(), HttpParser::State::failed);
+        QCOMPARE(trickled.failure(), status);
+    }
+    void aRequestIsReadHoweverItIsCut() {
+        const QByteArray bytes =
+            "POST /a?b=c HTTP/1.1\r\nHost: x\r\nContent-Length: 3\r\n\r\nabcGET / HTTP/1.0\r\n\r\n";
+        for (qsizetype cut = 1; cut < bytes.size(); ++cut) {
+            HttpParser parser;
+            parser.feed(bytes.left(cut));
+            if (parser.state() != HttpParser::State::complete) {
+                parser.feed(bytes.mid(cut));
+            } else {
+                const HttpRequest early = parser.take();
+                QCOMPARE(early.body, "abc");
+                parser.feed(bytes.mid(cut));
+                QCOMPARE(parser.take().method, "GET");
+                continue;
+            }
+            QCOMPARE(parser.state(), HttpParser::State::complete);
+            const HttpRequest first = parser.take();
+            QCOMPARE(first.path, "/a");
+            QCOMPARE(first.query, "b=c");
+            QCOMPARE(first.body, "abc");
+            QCOMPARE(parser.proceed(), HttpParser::State::complete);
+            QVERIFY(!parser.take().keepAlive);
+        }
+    }
+    void formsAreReadStrictly() {
+        const auto items = parseForm("a=b+c&d=%C3%A9%2B&e");
+        QVERIFY(items);
+        QCOMPARE(formValue(*items, QStringLiteral("a")), QStringLiteral("b c"));
+        QCOMPARE(formValue(*items, QStringLiteral("d")), QStringLiteral("é+"));
+        QCOMPARE(formValue(*items, QStringLiteral("e")), QString());
+        QVERIFY(!formValue(*items, QStringLiteral("x")));
+        QVERIFY(!formValue(*parseForm("a=1&a=2"), QStringLiteral("a")));
+        QVERIFY(!parseForm("a=%"));
+        QVERIFY(!parseForm("a=%ff"));
+        QVERIFY(!parseForm("a=\n"));
+    }
+    void twoRequestsOnOneConnectionAreAnsweredInOrder() {
+        HttpServer server({}, echo(), never());
+        QVERIFY(server.listen(QHostAddress::LocalHost));
+        const QByteArray answer = exchange(
+            server,
+            "GET /one HTTP/1.1\r\nHost: a\r\n\r\nGET /two HTTP/1.1\r\nHost: a\r\nConnection: close\r\n\r\n");
+        QVERIFY(answer.indexOf("GET /one") > 0);
+        QVERIFY(answer.indexOf("GET /two") > answer.indexOf("GET /one"));
+        QVERIFY(answer.contains("Cache-Control: no-store"));
+    }
+    void aBodyThatIsTooLargeIsRefusedBeforeItIsSent() {
+        HttpServer server({}, echo(), never());
+        QVERIFY(server.listen(QHostAddress::LocalHost));
+        const QByteArray answer =
+            exchange(server, "POST / HTTP/1.1\r\nHost: a\r\nContent-Length: 262145\r\n\r\n");
+        QVERIFY(answer.startsWith("HTTP/1.1 413 "));
+    }
+    void aClientThatNeverEndsItsHeadersIsSentAway() {
+        HttpLimits limits;
+        limits.headerMilliseconds = 50;
+        HttpServer server(limits, echo(), never());
+        QVERIFY(server.listen(QHostAddress::LocalHost));
+        QVERIFY(exchange(server, "GET / HTTP/1.1\r\nHost:").startsWith("HTTP/1.1 408 "));
+    }
+    void aClientThatNeverEndsItsBodyIsSentAway() {
+        HttpLimits limits;
+        limits.bodyMilliseconds = 50;
+        HttpServer server(limits, echo(), never());
+        QVERIFY(server.listen(QHostAddress::LocalHost));
+        QVERIFY(exchange(server, "POST / HTTP/1.1\r\nHost: a\r\nContent-Length: 9\r\n\r\nabc")
+                    .startsWith("HTTP/1.1 408 "));
+    }
+    void anIdleConnectionIsClosed() {
+        HttpLimits limits;
+        limits.idleMilliseconds = 50;
+        HttpServer server(limits, echo(), never());
+        QVERIFY(server.listen(QHostAddress::LocalHost));
+        QCOMPARE(exchange(server, {}), QByteArray());
+    }
+    void aSlowHandlerIsGivenUpAndMayNotCommit() {
+        QSemaphore gate;
+        std::atomic<int> committed = 0;
+        std::atomic<int> finished = 0;
+        HttpLimits limits;
+        limits.answerMilliseconds = 50;
+        HttpServer server(
+            limits,
+            [&](const HttpRequest& request) {
+                gate.acquire();
+                committed += request.claim->claim() ? 1 : 0;
+                ++finished;
+                return HttpAnswer();
+            },
+            [](const HttpRequest&) { return true; });
+        QVERIFY(server.listen(QHostAddress::LocalHost));
+        const QByteArray answer = exchange(server, "GET / HTTP/1.1\r\nHost: a\r\nConnection: close\r\n\r\n");
+        QVERIFY(answer.startsWith("HTTP/1.1 504 "));
+        gate.release();
+        QTRY_COMPARE(finished.load(), 1);
+        QCOMPARE(committed.load(), 0);
+    }
+    void aClientThatLeavesIsNotCommittedFor() {
+        QSemaphore begun;
+        QSemaphore gate;
+        std::atomic<int> committed = -1;
+        HttpServer server(
+            {},
+            [&](const HttpRequest& request) {
+                begun.release();
+                gate.acquire();
+                committed = request.claim->claim() ? 1 : 0;
+                return HttpAnswer();
+            },
+            never());
+        QVERIFY(server.listen(QHostAddress::LocalHost));
+        QTcpSocket socket;
+        socket.connectToHost(QHostAddress::LocalHost, server.serverPort());
+        socket.write("GET / HTTP/1.1\r\nHost: a\r\n\r\n");
+        QTRY_COMPARE(begun.available(), 1);
+        QSignalSpy drained(&server, &HttpServer::drained);
+        server.stop();
+        socket.abort();
+        QTRY_COMPARE(drained.count(), 1);
+        gate.release();
+        QTRY_COMPARE(committed.load(), 0);
+    }
+    void stoppingAnswersWhatWasBegunAndClosesWhatIsIdle() {
+        QSemaphore begun;
+        QSemaphore gate;
+        HttpServer server(
+            {},
+            [&](const HttpRequest&) {
+                begun.release();
+                gate.acquire();
+                return HttpAnswer();
+            },
+            never());
+        QVERIFY(server.listen(QHostAddress::LocalHost));
+        QTcpSocket busy;
+        busy.connectToHost(QHostAddress::LocalHost, server.serverPort());
+        busy.write("GET / HTTP/1.1\r\nHost: a\r\n\r\n");
+        QTRY_COMPARE(begun.available(), 1);
+        QSignalSpy drained(&server, &HttpServer::drained);
+        server.stop();
+        QVERIFY(!server.isListening());
+        QCOMPARE(drained.count(), 0);
+        gate.release();
+        QTRY_COMPARE(drained.count(), 1);
+        QVERIFY(busy.readAll().startsWith("HTTP/1.1 200 "));
+    }
+};
+
+QTEST_GUILESS_MAIN(HttpServerTest)
+#include "tst_http_server.moc"

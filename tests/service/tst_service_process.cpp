@@ -1,0 +1,206 @@
+#include <QFileInfo>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcess>
+#include <QRegularExpression>
+#include <QTcpSocket>
+#include <QTemporaryDir>
+#include <QTest>
+#include <csignal>
+
+/// The program itself: started, spoken to over TCP, stopped by a signal.
+class ServiceProcessTest : public QObject {
+    Q_OBJECT
+
+    QTemporaryDir folder_;
+    QProcess process_;
+    quint16 port_ = 0;
+    QByteArray output_;
+    const QString program_ = QStringLiteral(VELLUMLINE_SERVICE_PROGRAM);
+
+    QString database() const { return folder_.filePath(QStringLiteral("data/service.sqlite")); }
+
+    void start(const QStringList& options) {
+        output_.clear();
+        process_.setProcessChannelMode(QProcess::MergedChannels);
+        process_.start(program_, QStringList{QStringLiteral("--port"), QStringLiteral("0"),
+                                             QStringLiteral("--database"), database()} +
+                                     options);
+        QTRY_VERIFY_WITH_TIMEOUT((output_ += process_.readAll(), output_.contains('\n')), 10'000);
+        const auto match =
+            QRegularExpression(
+                QStringLiteral("^vellumline-service ready on http://127\\.0\\.0\\.1:(\\d+)\n$"))
+                .match(QString::fromUtf8(output_));
+        QVERIFY2(match.hasMatch(), output_.constData());
+        port_ = match.captured(1).toUShort();
+    }
+    int admin(const QStringList& options) {
+        QProcess process;
+        process.start(program_, QStringList{QStringLiteral("account"), QStringLiteral("set"),
+                                            QStringLiteral("--database"), database()} +
+                                    options);
+        process.waitForFinished();
+        return process.exitCode();
+    }
+    void send(QTcpSocket& socket, const QByteArray& method, const QByteArray& target,
+              const QByteArray& headers, const QByteArray& body) {
+        socket.connectToHost(QHostAddress::LocalHost, port_);
+        socket.write(method + ' ' + target + " HTTP/1.1\r\nHost: 127.0.0.1:" + QByteArray::number(port_) +
+                     "\r\nConnection: close\r\nContent-Length: " + QByteArray::number(body.size()) + "\r\n" +
+                     headers + "\r\n" + body);
+    }
+    QByteArray finish(QTcpSocket& socket) {
+        QByteArray answer;
+        [&] {
+            QTRY_VERIFY_WITH_TIMEOUT(
+                (answer += socket.readAll(), socket.state() == QAbstractSocket::UnconnectedState), 15'000);
+        }();
+        return answer + socket.readAll();
+    }
+    QByteArray exchange(const QByteArray& method, const QByteArray& target, const QByteArray& headers = {},
+                        const QByteArray& body = {}) {
+        QTcpSocket socket;
+        send(socket, method, target, headers, body);
+        return finish(socket);
+    }
+    static QByteArray bodyOf(const QByteArray& answer) { return answer.mid(answer.indexOf("\r\n\r\n") + 4); }
+    static int statusOf(const QByteArray& answer) { return answer.mid(9, 3).toInt(); }
+
+    QByteArray signIn() {
+        const QByteArray challenge = "E9Melhoa2OwvFrEMTJguCHaoeK1t8URWbuGJSstw-cM";
+        const QString page = QString::fromUtf8(exchange("GET", "/login/?app_challenge=" + challenge));
+        const QByteArray token = QRegularExpression(QStringLiteral("name=\"form_token\" value=\"([^\"]+)\""))
+                                     .match(page)
+                                     .captured(1)
+                                     .toLatin1();
+        const QString done = QString::fromUtf8(
+            exchange("POST", "/login/", "Content-Type: application/x-www-form-urlencoded\r\n",
+                     "app_challenge=" + challenge + "&form_token=" + token));
+        const QByteArray code =
+            QRegularExpression(QStringLiteral("handoff=([A-Za-z0-9_-]+)")).match(done).captured(1).toLatin1();
+        const QByteArray reply = exchange(
+            "POST", "/v1/auth/handoff/redeem", "Content-Type: application/json\r\n",
+            R"({"code":")" + code + R"(","code_verifier":"dBjftJeZ4CVP-mB92K27uhbUJU1p1r_wW1gFWFOEjXk"})");
+        return QJsonDocument::fromJson(bodyOf(reply))
+            .object()
+            .value(QStringLiteral("access_token"))
+            .toString()
+            .toLatin1();
+    }
+    static QByteArray rewriteHeaders(const QByteArray& token) {
+        return "Content-Type: application/json\r\nAuthorization: Bearer " + token + "\r\n";
+    }
+    QByteArray rewrite(const QByteArray& token, const QByteArray& text) {
+        return exchange(
+            "POST", "/v1/rewrite", rewriteHeaders(token),
+            QJsonDocument(QJsonObject{{QStringLiteral("text"), QString::fromUtf8(text)}}).toJson());
+    }
+    void stop() {
+        ::kill(static_cast<pid_t>(process_.processId()), SIGTERM);
+        QTRY_COMPARE_WITH_TIMEOUT(process_.state(), QProcess::NotRunning, 20'000);
+    }
+
+  private Q_SLOTS:
+    void cleanup() {
+        if (process_.state() != QProcess::NotRunning) {
+            stop();
+        }
+    }
+
+    void itCorrectsThePracticeSentenceAndLeavesNoTraceInItsOutput() {
+        start({});
+        const QByteArray token = signIn();
+        const QByteArray answer = rewrite(token, "i has went to the shop yesterday and buyed three apple.");
+        QCOMPARE(statusOf(answer), 200);
+        QCOMPARE(QJsonDocument::fromJson(bodyOf(answer)).object().value(QStringLiteral("text")).toString(),
+                 QStringLiteral("I went to the shop yesterday and bought three apples."));
+        stop();
+        QCOMPARE(process_.exitStatus(), QProcess::NormalExit);
+        QCOMPARE(process_.exitCode(), 0);
+        output_ += process_.readAll();
+        QCOMPARE(output_.count('\n'), 1);
+    }
+    void itsDataIsReadableByItsOwnerOnly() {
+        start({});
+        for (const char* suffix : {"", "-wal", "-shm"}) {
+            const QFile::Permissions others =
+                QFile::ReadGroup | QFile::WriteGroup | QFile::ReadOther | QFile::WriteOther;
+            QVERIFY2(!(QFileInfo(database() + QLatin1String(suffix)).permissions() & others), suffix);
+        }
+        QVERIFY(!(QFileInfo(folder_.filePath(QStringLiteral("data"))).permissions() &
+                  (QFile::ExeGroup | QFile::ExeOther)));
+    }
+    void theAdministratorProvokesEveryAccountStateWhileItRuns() {
+        start({});
+        const QByteArray token = signIn();
+        QCOMPARE(admin({QStringLiteral("--closed")}), 0);
+        QVERIFY(rewrite(token, "a").contains("{\"error\":\"account closed\"}"));
+        QCOMPARE(admin({QStringLiteral("--open"), QStringLiteral("--plan"), QStringLiteral("free"),
+                        QStringLiteral("--free-rewrites"), QStringLiteral("5"), QStringLiteral("--used"),
+                        QStringLiteral("5"), QStringLiteral("--yearly-checkout"),
+                        QStringLiteral("https://pay.example.org/y")}),
+                 0);
+        const QByteArray limited = rewrite(token, "a");
+        QCOMPARE(statusOf(limited), 402);
+        QVERIFY(limited.contains("https://pay.example.org/y"));
+        QCOMPARE(admin({QStringLiteral("--plan"), QStringLiteral("yearly"), QStringLiteral("--monthly-limit"),
+                        QStringLiteral("1"), QStringLiteral("--month-used"), QStringLiteral("1")}),
+                 0);
+        QVERIFY(rewrite(token, "a").contains("monthly limit reached"));
+        QCOMPARE(
+            admin({QStringLiteral("--monthly-limit"), QStringLiteral("0"), QStringLiteral("--minute-limit"),
+                   QStringLiteral("1"), QStringLiteral("--past-due"), QStringLiteral("--renewal-canceled")}),
+            0);
+        QCOMPARE(statusOf(rewrite(token, "a")), 200);
+        QCOMPARE(statusOf(rewrite(token, "a")), 429);
+        const QByteArray account = exchange("GET", "/v1/account", rewriteHeaders(token));
+        QVERIFY(account.contains("\"pastDue\":true") && account.contains("\"renewalCanceled\":true") &&
+                account.contains("\"plan\":\"yearly\""));
+        QCOMPARE(admin({QStringLiteral("--plan"), QStringLiteral("gold")}), 2);
+        QCOMPARE(admin({QStringLiteral("--plan"), QStringLiteral("paid"), QStringLiteral("--minute-limit"),
+                        QStringLiteral("0"), QStringLiteral("--used"), QStringLiteral("0")}),
+                 0);
+    }
+    void anEngineThatIsTooSlowIsATimeOutAndSigtermLetsTheAnswerOut() {
+        start({QStringLiteral("--engine"), QStringLiteral("test-slow"), QStringLiteral("--engine-seconds"),
+               QStringLiteral("2")});
+        const QByteArray token = signIn();
+        QTcpSocket socket;
+        send(socket, "POST", "/v1/rewrite", rewriteHeaders(token), "{\"text\":\"a\"}");
+        QTRY_COMPARE(socket.state(), QAbstractSocket::ConnectedState);
+        // A second exchange on the same event loop: once it is answered, the first request has arrived too.
+        QCOMPARE(statusOf(exchange("GET", "/healthz")), 200);
+        ::kill(static_cast<pid_t>(process_.processId()), SIGTERM);
+        QCOMPARE(statusOf(finish(socket)), 504);
+        QTRY_COMPARE_WITH_TIMEOUT(process_.state(), QProcess::NotRunning, 40'000);
+        QCOMPARE(process_.exitCode(), 0);
+    }
+    void anEngineThatCannotWorkIsUnavailable() {
+        start({QStringLiteral("--engine"), QStringLiteral("test-unavailable")});
+        QCOMPARE(statusOf(rewrite(signIn(), "a")), 503);
+        stop();
+        start({QStringLiteral("--engine"), QStringLiteral("test-failing")});
+        QCOMPARE(statusOf(rewrite(signIn(), "a")), 502);
+    }
+    void aFreeAllowanceOfOneEndsAfterOne() {
+        start({QStringLiteral("--free-rewrites"), QStringLiteral("1")});
+        const QByteArray token = signIn();
+        QCOMPARE(statusOf(rewrite(token, "a")), 200);
+        QCOMPARE(statusOf(rewrite(token, "a")), 402);
+    }
+    void badOptionsAreRefusedWithASentence() {
+        for (const QStringList& options :
+             {QStringList{QStringLiteral("--port"), QStringLiteral("70000")},
+              QStringList{QStringLiteral("--engine"), QStringLiteral("nonsense")},
+              QStringList{QStringLiteral("--listen"), QStringLiteral("nowhere")}}) {
+            QProcess process;
+            process.start(program_, QStringList{QStringLiteral("--database"), database()} + options);
+            QVERIFY(process.waitForFinished());
+            QCOMPARE(process.exitCode(), 2);
+            QVERIFY(process.readAllStandardError().startsWith("vellumline-service: "));
+        }
+    }
+};
+
+QTEST_GUILESS_MAIN(ServiceProcessTest)
+#include "tst_service_process.moc"
