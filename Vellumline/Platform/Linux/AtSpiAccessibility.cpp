@@ -75,6 +75,14 @@ bool isEditable(const atspi::StateSet& states) {
     return states.contains(State::editable) && !states.contains(State::readOnly);
 }
 
+/// Calls that are under way would never end when their connection is closed; by then their time-outs have
+/// ended them.
+void closeLater(const QString& connectionName) {
+    if (QCoreApplication::instance() != nullptr)
+        QTimer::singleShot(busTimeout + 500ms, QCoreApplication::instance(),
+                           [connectionName] { QDBusConnection::disconnectFromBus(connectionName); });
+}
+
 /// A field of one of our own windows, answered without the bus: a call to ourselves would wait for ourselves.
 struct OwnField {
     bool secure = false;
@@ -172,8 +180,6 @@ struct AtSpiAccessibility::Search {
 AtSpiAccessibility::AtSpiAccessibility(std::function<QStringList()> activeWindowClass,
                                        QDBusConnection sessionBus, QObject* parent)
     : QObject(parent), activeWindowClass_(std::move(activeWindowClass)), sessionBus_(std::move(sessionBus)) {
-    static int connections = 0;
-    connectionName_ = QStringLiteral("vellumline-accessibility-%1").arg(++connections);
     qDBusRegisterMetaType<atspi::MatchRule>();
     qDBusRegisterMetaType<QList<int>>();
     connectToBus();
@@ -181,7 +187,7 @@ AtSpiAccessibility::AtSpiAccessibility(std::function<QStringList()> activeWindow
 
 AtSpiAccessibility::~AtSpiAccessibility() {
     if (bus_)
-        QDBusConnection::disconnectFromBus(connectionName_);
+        closeLater(bus_->name());
 }
 
 QCoro::Task<bool> AtSpiAccessibility::ready() {
@@ -192,6 +198,8 @@ QCoro::Task<bool> AtSpiAccessibility::ready() {
 
 QCoro::Task<void> AtSpiAccessibility::connectToBus() {
     connecting_ = true;
+    static int connections = 0;
+    const QString connectionName = QStringLiteral("vellumline-accessibility-%1").arg(++connections);
     const QPointer<AtSpiAccessibility> self(this);
     // Qt and Firefox show their trees only when assistive technology is announced.
     requestTrust();
@@ -211,7 +219,7 @@ QCoro::Task<void> AtSpiAccessibility::connectToBus() {
     }
     // Connecting waits for the other end, so it happens elsewhere; a daemon that never answers costs that
     // thread only.
-    QThreadPool::globalInstance()->start([self, bus = *address, name = connectionName_] {
+    QThreadPool::globalInstance()->start([self, bus = *address, name = connectionName] {
         const QDBusConnection made = QDBusConnection::connectToBus(bus, name);
         QMetaObject::invokeMethod(
             QCoreApplication::instance(),
@@ -243,8 +251,10 @@ QCoro::Task<void> AtSpiAccessibility::connectToBus() {
 
 /// The accessibility bus ended; its launcher starts another one when it is asked for the address.
 void AtSpiAccessibility::busLost() {
+    if (!bus_)
+        return;
+    closeLater(bus_->name());
     bus_.reset();
-    QDBusConnection::disconnectFromBus(connectionName_);
     processes_.clear();
     toolkits_.clear();
     lastFocus_ = {};

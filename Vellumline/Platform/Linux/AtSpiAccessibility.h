@@ -87,7 +87,6 @@ class AtSpiAccessibility final : public QObject, public Accessibility {
     std::function<QStringList()> activeWindowClass_;
     QDBusConnection sessionBus_;
     std::optional<QDBusConnection> bus_;
-    QString connectionName_;
     bool connecting_ = false;
     QHash<QString, qint64> processes_; ///< unique bus name → process; a unique name is never given twice
     QHash<QString, QString> toolkits_; ///< unique bus name → toolkit name
