@@ -6,7 +6,6 @@
 #include <csignal>
 #include <cstdint>
 #include <sys/eventfd.h>
-#include <sys/prctl.h>
 #include <unistd.h>
 
 namespace {
@@ -33,9 +32,7 @@ void watchSignals() {
 } // namespace
 
 int main(int argc, char** argv) {
-    // Tokens and selected text pass through this process: no core dump, no other process of the user may read
     // them.
-    prctl(PR_SET_DUMPABLE, 0);
     watchSignals();
     // The clipboard, the keys and the shortcut are the X server's; under a Wayland session with Xwayland too.
     if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))

@@ -8,8 +8,8 @@ import subprocess
 import sys
 import time
 
-from desktop import (MARKER_TARGETS, Failure, Programs, activate, active_window, clipboard, close_window_of,
-                     editable_text_of, press, run, same_contents, say, screenshot, selected_text_of, text_of,
+from desktop import (MARKER_TARGETS, Failure, Programs, activate, active_window, click, clipboard, close_window_of,
+                     editable_text_of, press, run, same_contents, say, screenshot, selected_text_of, shows_text, text_of,
                      wait_for, window_of)
 
 SENTENCE = "i has went to the shop yesterday and buyed three apple."
@@ -173,6 +173,31 @@ def correct_in(name, programs, build, output):
     return not problems
 
 
+def practise(program, output, build):
+    """The practice sentence of the welcome window, corrected by the real shortcut in the program's own window."""
+    say()
+    say("== The practice sentence in the welcome window")
+    window = wait_for("the welcome window", 10, lambda: window_of(program.pid), 0.1)
+    node = wait_for("the practice sentence in the accessibility tree", 15, lambda: editable_text_of(program.pid, focused=False), 0.1)
+    activate(window)
+    click(node)
+    press("ctrl+a")
+    wait_for("the sentence to be selected", 5, lambda: selected_text_of(node).strip() == SENTENCE)
+    pressed = time.monotonic()
+    press("ctrl+alt+r")
+    wait_for("the practice sentence to change", 15, lambda: text_of(node) not in (SENTENCE, ""), interval=0.005)
+    changed = time.monotonic()
+    wait_for("the correction to be finished", 10, lambda: shows_text(program.pid, "Rewrote the selection."), 0.1)
+    after = text_of(node)
+    screenshot(os.path.join(output, "welcome.png"))
+    close_window_of(program.pid)
+    good = after == EXPECTED == correct_by_engine(build)
+    say(f"         after:  {after}")
+    say(f"         {(changed - pressed) * 1000:.0f} ms from the key press to the changed text")
+    say("ok       corrected in the program's own window" if good else f"FAILED   it should read \"{EXPECTED}\"")
+    return good
+
+
 def correct_by_engine(build):
     done = subprocess.run([os.path.join(build, "VellumlineService", "vellumline-correct")], input=SENTENCE + "\n",
                           capture_output=True, text=True, timeout=30, check=False)
@@ -221,9 +246,7 @@ def main():
         say(f"ok       Vellumline is on the session bus after {(time.monotonic() - begin) * 1000:.0f} ms")
 
         sign_in(programs, output)
-        if window_of(program.pid) is not None:
-            screenshot(os.path.join(output, "welcome.png"))
-            close_window_of(program.pid)
+        good = practise(program, output, build) and good
         for name in options.editors.split(","):
             good = correct_in(name, programs, build, output) and good
             if program.poll() is not None:

@@ -128,20 +128,17 @@ def screenshot(path):
         raise Failure("no screenshot could be taken")
 
 
-def editable_text_of(pid):
-    """The focused editable text of a process in the accessibility tree, or None."""
+def node_of(pid, matches):
+    """The first node of a process in the accessibility tree for which matches(node, states) holds, or None."""
 
     def search(node, depth):
         if node is None or depth > 40:
             return None
         try:
-            role = node.get_role()
-            if role in (Atspi.Role.MENU_BAR, Atspi.Role.MENU, Atspi.Role.TOOL_BAR):
+            if node.get_role() in (Atspi.Role.MENU_BAR, Atspi.Role.MENU, Atspi.Role.TOOL_BAR):
                 return None
-            states = node.get_state_set()
-            if states.contains(Atspi.StateType.EDITABLE) and states.contains(Atspi.StateType.FOCUSED):
-                if node.get_text_iface() is not None:
-                    return node
+            if matches(node, node.get_state_set()):
+                return node
             for index in range(min(node.get_child_count(), 200)):
                 found = search(node.get_child_at_index(index), depth + 1)
                 if found is not None:
@@ -161,6 +158,29 @@ def editable_text_of(pid):
         except GLib.Error:
             pass
     return None
+
+
+def editable_text_of(pid, focused=True):
+    """The editable text of a process, the one with the focus unless told otherwise, or None."""
+
+    def matches(node, states):
+        return (states.contains(Atspi.StateType.EDITABLE) and node.get_text_iface() is not None
+                and (not focused or states.contains(Atspi.StateType.FOCUSED)))
+
+    return node_of(pid, matches)
+
+
+def shows_text(pid, text):
+    """Whether a label of a process reads exactly that."""
+    return node_of(pid, lambda node, states: states.contains(Atspi.StateType.SHOWING) and node.get_name() == text) is not None
+
+
+def click(node):
+    """Clicks in the middle of a node, as a user would."""
+    extents = Atspi.Component.get_extents(node.get_component_iface(), Atspi.CoordType.SCREEN)
+    x, y = extents.x + extents.width // 2, extents.y + extents.height // 2
+    if run("xdotool", "mousemove", str(x), str(y), "click", "1") is None:
+        raise Failure("xdotool could not click")
 
 
 def text_of(node):
