@@ -579,6 +579,19 @@ class X11PasteboardTest : public QObject {
         QVERIFY(QCoro::waitFor(std::move(write)));
     }
 
+    void aTargetThatAsksForSeveralTypesInARowGetsAllOfThem() {
+        Requestor target;
+        target.setActiveWindow(target.createWindow());
+        QVERIFY(QCoro::waitFor(board_->write({correction()})));
+        auto write = board_->write({restored()});
+        QCOMPARE(target.request("text/rtf")->data, QByteArray("{\\rtf1 the correction}"));
+        QTest::qWait(20);
+        QVERIFY(!write.isReady());
+        QCOMPARE(target.request("UTF8_STRING")->data, QByteArray("the correction"));
+        QVERIFY(QCoro::waitFor(std::move(write)));
+        QCOMPARE(target.request("UTF8_STRING")->data, QByteArray("what the user had"));
+    }
+
     void aTargetThatHasReadIsNotWaitedFor() {
         Requestor target;
         target.setActiveWindow(target.createWindow());

@@ -22,6 +22,9 @@ constexpr milliseconds betweenOwners{50};
 /// an empty clipboard in between fills it from its history (Klipper 5.27, "prevent empty clipboard"), a
 /// little later than our write, and so takes the clipboard away from what was just written: seen.
 constexpr milliseconds clearDelay{20};
+/// Programs ask for several types in a row when they paste (Chromium does): what is asked for last may be
+/// what they insert. A target has read when it has asked for nothing more for so long.
+constexpr milliseconds pasteQuiet{100};
 constexpr qsizetype targetsBytes = clipboardFormats::maximumTargets * 4;
 
 bool isPasteboardText(const QList<PasteboardItem>& items) {
@@ -95,7 +98,7 @@ bool X11Pasteboard::start(const QByteArray& display, std::uint8_t fixesFirstEven
                     readersGeneration_ = generation;
                     readers_.clear();
                 }
-                readers_.insert(client);
+                readers_.insert(client, SteadyClock::now());
                 writeProgress_.wake();
             },
             Qt::QueuedConnection);
@@ -504,9 +507,11 @@ QCoro::Task<void> X11Pasteboard::waitForPaste() {
     // A clipboard manager reads whatever appears within milliseconds, so the first reader says nothing; what
     // counts is a request for data from the client that the target's window belongs to. All windows of a
     // client share the upper part of their ids, and programs ask with a helper window of the same connection.
-    while (!isLost() && ownsClipboard() && !pasted_->targetGone &&
-           !(readersGeneration_ == generation_ && readers_.contains(target))) {
-        const auto left = std::chrono::ceil<milliseconds>(deadline - SteadyClock::now());
+    while (!isLost() && ownsClipboard() && !pasted_->targetGone) {
+        auto end = deadline;
+        if (readersGeneration_ == generation_ && readers_.contains(target))
+            end = std::min(deadline, readers_.value(target) + pasteQuiet);
+        const auto left = std::chrono::ceil<milliseconds>(end - SteadyClock::now());
         if (left.count() <= 0)
             break;
         auto waiting = writeProgress_.until(left);

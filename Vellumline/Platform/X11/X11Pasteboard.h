@@ -4,8 +4,8 @@
 #include "Vellumline/Platform/X11/X11SelectionReader.h"
 #include "Vellumline/Platform/X11/X11SelectionServer.h"
 
+#include <QHash>
 #include <QObject>
-#include <QSet>
 #include <QTimer>
 #include <chrono>
 #include <memory>
@@ -115,7 +115,7 @@ class X11Pasteboard final : public QObject, public Pasteboard {
     QList<PasteboardItem> ownItems_;
     std::uint64_t generation_ = 0;
     std::uint64_t readersGeneration_ = 0;
-    QSet<std::uint32_t> readers_;
+    QHash<std::uint32_t, std::chrono::steady_clock::time_point> readers_; ///< who read it, and when last
     std::optional<PastedText> pasted_;
     X11Turn writeTurn_;
     X11Wait writeProgress_;

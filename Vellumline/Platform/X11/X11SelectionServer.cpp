@@ -7,6 +7,7 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <map>
 #include <mutex>
 #include <optional>
 #include <poll.h>
@@ -28,6 +29,8 @@ namespace {
 /// hundred megabytes need a hundred rounds, small enough that no other client of the X server waits long.
 constexpr qsizetype largestPiece = 1 << 20;
 constexpr std::size_t mostTransfers = 64;
+/// A client that asks all the time does not flood the main loop with reports.
+constexpr std::chrono::milliseconds reportInterval{20};
 
 } // namespace
 
@@ -407,7 +410,12 @@ class X11SelectionServer::Worker {
         if (generation != generation_)
             return; // the end of a transfer of contents that are no longer there
         const auto base = clientBase(requestor);
-        if (clientsServed_.insert(base).second && observers_.dataRequested)
+        const auto now = SteadyClock::now();
+        const auto [served, first] = clientsServed_.try_emplace(base, now);
+        if (!first && now - served->second < reportInterval)
+            return;
+        served->second = now;
+        if (observers_.dataRequested)
             observers_.dataRequested(generation_, base);
     }
 
@@ -425,7 +433,7 @@ class X11SelectionServer::Worker {
     std::vector<Offered> offered_;
     std::uint64_t generation_ = 0;
     xcb_timestamp_t time_ = 0;
-    std::set<std::uint32_t> clientsServed_;
+    std::map<std::uint32_t, SteadyClock::time_point> clientsServed_; ///< and when it was last reported
     std::vector<Transfer> transfers_;
 
     std::mutex mutex_;

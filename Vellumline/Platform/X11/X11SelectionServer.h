@@ -26,8 +26,8 @@ class X11SelectionServer {
     };
     /// Called on the server's thread; they must only post what they are told.
     struct Observers {
-        /// The first data request (no TARGETS, TIMESTAMP or the like) of a client for the contents of a
-        /// generation.
+        /// A data request (no TARGETS, TIMESTAMP or the like) of a client for the contents of a generation;
+        /// not every one of many in a row.
         std::function<void(std::uint64_t generation, std::uint32_t clientBase)> dataRequested;
     };
     /// Whether the selection is ours now, and since which server time.

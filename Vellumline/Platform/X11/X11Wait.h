@@ -9,6 +9,9 @@
 
 namespace vellumline {
 
+// The names of an awaiter's members are the language's.
+// NOLINTBEGIN(readability-identifier-naming)
+
 /// Where one coroutine suspends until somebody wakes it or a time is over, like a condition variable of the
 /// main loop: wake() is not remembered, so the coroutine looks at what it waits for first. Main thread only.
 class X11Wait {
@@ -94,5 +97,7 @@ class X11Turn {
     bool taken_ = false;
     std::deque<std::coroutine_handle<>> waiting_;
 };
+
+// NOLINTEND(readability-identifier-naming)
 
 } // namespace vellumline
