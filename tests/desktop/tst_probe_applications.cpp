@@ -348,12 +348,17 @@ class ProbeApplicationsTest : public QObject {
                                QStringLiteral("--norestore"), QStringLiteral("--nologo"),
                                QStringLiteral("--nofirststartwizard"), QStringLiteral("--writer"), document});
         QVERIFY(writer.waitForWindow(QStringLiteral("two")));
-        pressKeys({QStringLiteral("ctrl+Home")});
-        QCOMPARE(probeUntil(Kind::emptySelection).kind, Kind::emptySelection);
+        // A young window may drop keys.
+        ProbeAnswer answer;
+        for (int i = 0; i < 8 && answer.kind != Kind::emptySelection; ++i) {
+            pressKeys({QStringLiteral("ctrl+Home")});
+            answer = probeUntil(Kind::emptySelection, 3000);
+        }
+        QVERIFY2(answer.kind == Kind::emptySelection, described(answer).constData());
         // The whole first line and its end: the caret stands at the start of the second, where nothing is
         // selected.
         pressKeys({QStringLiteral("shift+Down"), QStringLiteral("shift+Home")});
-        ProbeAnswer answer = probeUntil(Kind::editable);
+        answer = probeUntil(Kind::editable);
         QVERIFY2(answer == ProbeAnswer::editable(std::nullopt), described(answer).constData());
         pressKeys({QStringLiteral("ctrl+a")});
         answer = probeUntil(Kind::editable);
