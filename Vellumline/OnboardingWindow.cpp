@@ -150,6 +150,7 @@ QWidget* OnboardingWindow::buildWindow() {
     QLabel* status = Style::caption(window);
     practice.content->addWidget(status);
 
+    parts->addStretch(); // rows that disappear leave their height to nobody
     auto* bottom = new QHBoxLayout;
     bottom->addStretch();
     QPushButton* done = Style::prominentButton(QStringLiteral("Done"), window);

@@ -32,7 +32,6 @@ void watchSignals() {
 } // namespace
 
 int main(int argc, char** argv) {
-    // them.
     watchSignals();
     // The clipboard, the keys and the shortcut are the X server's; under a Wayland session with Xwayland too.
     if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))

@@ -1,0 +1,86 @@
+#include "Vellumline/Platform/Linux/DBusApplication.h"
+
+#include <QCoroTask>
+#include <QSignalSpy>
+#include <QTest>
+
+using namespace vellumline;
+
+namespace {
+
+/// One process's side of the session bus.
+struct Instance {
+    explicit Instance(const char* name)
+        : connectionName(QString::fromLatin1(name)),
+          application(QDBusConnection::connectToBus(QDBusConnection::SessionBus, connectionName)),
+          activations(&application, &DBusApplication::activated),
+          links(&application, &DBusApplication::linkOpened) {}
+    ~Instance() { QDBusConnection::disconnectFromBus(connectionName); }
+
+    DBusApplication::Claim claim() { return QCoro::waitFor(application.claim()); }
+
+    QString connectionName;
+    DBusApplication application;
+    QSignalSpy activations;
+    QSignalSpy links;
+};
+
+} // namespace
+
+class SingleInstanceTest : public QObject {
+    Q_OBJECT
+
+  private Q_SLOTS:
+    void aSecondInstanceHandsItsLinkToTheFirst() {
+        Instance first("first");
+        Instance second("second");
+        QCOMPARE(first.claim(), DBusApplication::Claim::first);
+        QCOMPARE(second.claim(), DBusApplication::Claim::another);
+        // The text arrives as it was: capitals, escapes and all.
+        const QString link = QStringLiteral("Vellumline://Auth?handoff=a%20B&x=é");
+        QVERIFY(QCoro::waitFor(second.application.handOver({link})));
+        QTRY_COMPARE(first.links.count(), 1);
+        QCOMPARE(first.links.first().first().toString(), link);
+        QCOMPARE(first.activations.count(), 0);
+    }
+
+    void aSecondStartWithoutALinkShowsTheFirst() {
+        Instance first("first");
+        Instance second("second");
+        QCOMPARE(first.claim(), DBusApplication::Claim::first);
+        QCOMPARE(second.claim(), DBusApplication::Claim::another);
+        QVERIFY(QCoro::waitFor(second.application.handOver({})));
+        QTRY_COMPARE(first.activations.count(), 1);
+        QCOMPARE(first.links.count(), 0);
+    }
+
+    void theNameIsFreeWhenTheFirstHasEnded() {
+        {
+            Instance first("first");
+            QCOMPARE(first.claim(), DBusApplication::Claim::first);
+        }
+        Instance second("second");
+        QTRY_COMPARE(second.claim(), DBusApplication::Claim::first);
+    }
+
+    void claimingTwiceIsClaimingOnce() {
+        Instance first("first");
+        QCOMPARE(first.claim(), DBusApplication::Claim::first);
+        QCOMPARE(first.claim(), DBusApplication::Claim::first);
+    }
+
+    void withoutABusItRunsAlone() {
+        DBusApplication alone(QDBusConnection::connectToBus(QStringLiteral("unix:path=/nonexistent"),
+                                                            QStringLiteral("nowhere")));
+        QCOMPARE(QCoro::waitFor(alone.claim()), DBusApplication::Claim::noBus);
+        QVERIFY(!QCoro::waitFor(alone.handOver({QStringLiteral("vellumline://sign-in")})));
+    }
+
+    void withNobodyThereNothingIsHandedOver() {
+        Instance lonely("lonely");
+        QVERIFY(!QCoro::waitFor(lonely.application.handOver({})));
+    }
+};
+
+QTEST_GUILESS_MAIN(SingleInstanceTest)
+#include "tst_singleinstance.moc"
