@@ -16,7 +16,7 @@ ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 sys.path.insert(0, os.path.join(ROOT, "demo"))
 
 from desktop import (Failure, Programs, activate, clipboard, close_window_of, editable_text_of,  # noqa: E402
-                     press, run, same_contents, say, selected_text_of, text_of, wait_for, window_of)
+                     press, run, same_contents, say, selected_text_of, service_port, text_of, wait_for, window_of)
 from gi.repository import Atspi  # noqa: E402
 
 WRONG = "i has went to the shop yesterday and buyed three apple."
@@ -201,7 +201,7 @@ def main():
 
     with tempfile.TemporaryDirectory(dir=os.environ["XDG_RUNTIME_DIR"]) as logs:
         programs = Programs(logs)
-        service = StandIn(("127.0.0.1", 8642), StandIn.Handler)
+        service = StandIn(("127.0.0.1", service_port()), StandIn.Handler)
         threading.Thread(target=service.serve_forever, daemon=True).start()
         keyboard = Keyboard()
         try:

@@ -9,12 +9,11 @@ import sys
 import time
 
 from desktop import (MARKER_TARGETS, Failure, Programs, activate, active_window, click, clipboard, close_window_of,
-                     editable_text_of, press, run, same_contents, say, screenshot, selected_text_of, shows_text, text_of,
-                     wait_for, window_of)
+                     editable_text_of, press, run, same_contents, say, screenshot, selected_text_of, service_port,
+                     shows_text, text_of, wait_for, window_of)
 
 SENTENCE = "i has went to the shop yesterday and buyed three apple."
 EXPECTED = "I went to the shop yesterday and bought three apples."
-ADDRESS = ("127.0.0.1", 8642)
 HERE = os.path.dirname(os.path.abspath(__file__))
 ROOT = os.path.dirname(HERE)
 
@@ -27,9 +26,9 @@ EDITORS = {
 }
 
 
-def service_answers():
+def service_answers(port):
     try:
-        with socket.create_connection(ADDRESS, 0.3):
+        with socket.create_connection(("127.0.0.1", port), 0.3):
             return True
     except OSError:
         return False
@@ -220,8 +219,9 @@ def main():
     programs = Programs(output)
     good = True
     try:
-        if service_answers():
-            raise Failure("something answers at %s:%d already; the demonstration needs that address" % ADDRESS)
+        port = service_port()
+        if service_answers(port):
+            raise Failure(f"something answers at port {port} already")
         run("xsetroot", "-solid", "#3b5b7a")
         set_up_browser(output)
         if run(os.path.join(ROOT, "scripts", "install-desktop-entry.sh"),
@@ -232,9 +232,10 @@ def main():
             (os.environ["DISPLAY"],
              " and loopback network" if os.environ.get("VELLUMLINE_PRIVATE_NETWORK") == "yes" else ""))
         begin = time.monotonic()
-        service = programs.start("service", os.path.join(build, "VellumlineService", "vellumline-service"))
+        service = programs.start("service", os.path.join(build, "VellumlineService", "vellumline-service"),
+                                 "--port", str(port))
         wait_for("the service to answer", 15,
-                 lambda: service_answers() or (service.poll() is not None and _ended(service, programs)))
+                 lambda: service_answers(port) or (service.poll() is not None and _ended(service, programs)))
         say(f"ok       the correction service answers after {(time.monotonic() - begin) * 1000:.0f} ms")
         begin = time.monotonic()
         program = programs.start("vellumline", os.path.join(build, "Vellumline", "vellumline"))

@@ -3,8 +3,8 @@
 import hashlib
 import os
 import signal
+import socket
 import subprocess
-import sys
 import time
 
 import gi
@@ -37,6 +37,18 @@ def wait_for(what, seconds, condition, interval=0.02):
         if time.monotonic() > deadline:
             raise Failure(f"waited {seconds} s in vain for {what}")
         time.sleep(interval)
+
+
+def service_port():
+    """The port for the service of this session. In a network of its own it is the one that the build has; elsewhere
+    somebody may have that one already, and the program is told another one."""
+    if os.environ.get("VELLUMLINE_PRIVATE_NETWORK") == "yes":
+        return 8642
+    with socket.socket() as probe:
+        probe.bind(("127.0.0.1", 0))
+        port = probe.getsockname()[1]
+    os.environ["VELLUMLINE_ORIGIN"] = f"http://127.0.0.1:{port}"
+    return port
 
 
 def run(*command, timeout=20):
@@ -215,7 +227,3 @@ def same_contents(before, after):
 
 def say(line=""):
     print(line, flush=True)
-
-
-def complain(line):
-    print(line, file=sys.stderr, flush=True)
