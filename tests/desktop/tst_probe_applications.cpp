@@ -393,7 +393,6 @@ class ProbeApplicationsTest : public QObject {
     }
 };
 
-Q_DECLARE_METATYPE(vellumline::ProbeAnswer::Kind)
 
 int main(int argc, char** argv) {
     if (argc == 3 && QByteArray(argv[1]) == "--field")
