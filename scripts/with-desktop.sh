@@ -103,11 +103,11 @@ fi
 if [ "$window_manager" != none ]; then
     "$window_manager" >"$folder/wm.log" 2>&1 &
     pids+=($!)
-    # A window mapped while the window manager is still starting stays unmanaged for ever. The list of its clients is the
-    # last thing that a window manager announces; that it is running comes earlier.
+    # A window mapped while the window manager is still starting stays unmanaged for ever. Openbox announces the
+    # list of its clients last; that it is running comes earlier.
     for _ in $(seq 200); do
         xprop -root _NET_SUPPORTING_WM_CHECK 2>/dev/null | grep -q 0x && wmctrl -m >/dev/null 2>&1 &&
-            xprop -root _NET_CLIENT_LIST 2>/dev/null | grep -q WINDOW && break
+            { [ "$window_manager" != openbox ] || xprop -root _NET_CLIENT_LIST 2>/dev/null | grep -q WINDOW; } && break
         sleep 0.05
     done
 fi
