@@ -16,6 +16,8 @@ class VellumlineApp : public QObject {
         bool startLocalService = true; ///< when the origin is a loopback address
     };
 
+    static constexpr int exitNoDisplay = 69; ///< EX_UNAVAILABLE of sysexits.h
+
     explicit VellumlineApp(Options options, QObject* parent = nullptr);
     ~VellumlineApp() override;
 

@@ -5,8 +5,10 @@
 #include <QSocketNotifier>
 #include <csignal>
 #include <cstdint>
+#include <cstdio>
 #include <sys/eventfd.h>
 #include <unistd.h>
+#include <xcb/xcb.h>
 
 namespace {
 
@@ -29,20 +31,19 @@ void watchSignals() {
         sigaction(number, &action, nullptr);
 }
 
+/// Qt ends the process with a message of its own where it finds no display; ours says what to do.
+bool hasDisplay() {
+    xcb_connection_t* connection = xcb_connect(nullptr, nullptr);
+    const bool works = xcb_connection_has_error(connection) == 0;
+    xcb_disconnect(connection);
+    return works;
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
-    watchSignals();
-    // The clipboard, the keys and the shortcut are the X server's; under a Wayland session with Xwayland too.
-    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
-        qputenv("QT_QPA_PLATFORM", "xcb");
-
-    QApplication application(argc, argv);
-    QApplication::setApplicationName(QStringLiteral("vellumline"));
-    QApplication::setApplicationDisplayName(QStringLiteral("Vellumline"));
-    QApplication::setApplicationVersion(QStringLiteral(VELLUMLINE_VERSION));
-    QApplication::setDesktopFileName(QStringLiteral("com.kelthorne.vellumline"));
-    QApplication::setQuitOnLastWindowClosed(false);
+    QCoreApplication::setApplicationName(QStringLiteral("vellumline"));
+    QCoreApplication::setApplicationVersion(QStringLiteral(VELLUMLINE_VERSION));
 
     QCommandLineParser parser;
     parser.setApplicationDescription(
@@ -56,7 +57,24 @@ int main(int argc, char** argv) {
     parser.addPositionalArgument(QStringLiteral("link"),
                                  QStringLiteral("A vellumline:// link from the browser."),
                                  QStringLiteral("[link]"));
-    parser.process(application);
+    {
+        // --help and --version work without a display.
+        const QCoreApplication commandLine(argc, argv);
+        parser.process(commandLine);
+    }
+    // The clipboard, the keys and the shortcut are the X server's; under a Wayland session with Xwayland too.
+    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
+        qputenv("QT_QPA_PLATFORM", "xcb");
+    if (qgetenv("QT_QPA_PLATFORM") == "xcb" && !hasDisplay()) {
+        std::fputs("vellumline: there is no X11 display here; Wayland alone is not supported yet\n", stderr);
+        return vellumline::VellumlineApp::exitNoDisplay;
+    }
+
+    watchSignals();
+    QApplication application(argc, argv);
+    QApplication::setApplicationDisplayName(QStringLiteral("Vellumline"));
+    QApplication::setDesktopFileName(QStringLiteral("com.kelthorne.vellumline"));
+    QApplication::setQuitOnLastWindowClosed(false);
 
     vellumline::VellumlineApp app({parser.positionalArguments(), !parser.isSet(noLocalService)});
     QSocketNotifier signalNotifier(signalDescriptor, QSocketNotifier::Read);
