@@ -2,6 +2,7 @@
 
 #include "VellumlineCore/HotkeyBinding.h"
 
+#include <QScopeGuard>
 #include <algorithm>
 
 namespace vellumline {
@@ -41,6 +42,9 @@ QCoro::Task<RewriteOutcome> SelectionSwapper::rewrite() {
     // Copying would take the pasteboard from an owner that we could not read: what the user had would be
     // lost.
     if (snapshot.completeness() == ClipboardSnapshot::Completeness::unreadable)
+        co_return RewriteOutcome::problem(Problem::failed);
+
+    if (stopped_)
         co_return RewriteOutcome::problem(Problem::failed);
 
     const std::optional<CapturedSelection> captured = co_await copySelection(snapshot);
@@ -114,6 +118,10 @@ QCoro::Task<RewriteOutcome> SelectionSwapper::correct(QString text, std::optiona
 
 QCoro::Task<RewriteOutcome> SelectionSwapper::paste(QString text, std::optional<Font> font,
                                                     ClipboardSnapshot snapshot) {
+    if (stopped_)
+        co_return RewriteOutcome::problem(RewriteProblem::Kind::failed);
+    ++borrowed_;
+    const auto returned = qScopeGuard([this] { --borrowed_; });
     const bool written = co_await Clipboard::writePrivately(text, font, pasteboard_);
     // Without the correction on the pasteboard, the paste chord would paste something else over the
     // selection.
@@ -128,6 +136,8 @@ QCoro::Task<RewriteOutcome> SelectionSwapper::paste(QString text, std::optional<
 }
 
 QCoro::Task<std::optional<CapturedSelection>> SelectionSwapper::copySelection(ClipboardSnapshot snapshot) {
+    ++borrowed_;
+    const auto returned = qScopeGuard([this] { --borrowed_; });
     const qint64 start = pasteboard_.changeCount();
     keyEvents_.postCommand(KeyCode::c);
     const bool changed = co_await waitForChange(start);

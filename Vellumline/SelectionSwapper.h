@@ -42,6 +42,11 @@ class SelectionSwapper final : public SelectionRewriter {
     QCoro::Task<RewriteOutcome> rewrite() override;
     void openAccessibilitySettings() override;
 
+    /// From now on nothing more is copied or pasted: a run that waits for its answer ends as failed.
+    void stop() { stopped_ = true; }
+    /// Whether a run has the user's clipboard at this moment.
+    bool holdsClipboard() const { return borrowed_ > 0; }
+
     /// Copies the selection and gives the pasteboard back at once. Nothing when nothing was copied.
     QCoro::Task<std::optional<CapturedSelection>> copySelection(ClipboardSnapshot snapshot);
     /// True when the pasteboard has changed since `start` and been quiet for the settle time, or at the
@@ -64,6 +69,8 @@ class SelectionSwapper final : public SelectionRewriter {
     Workspace& workspace_;
     const UserDefaults& defaults_;
     Clock& clock_;
+    int borrowed_ = 0;
+    bool stopped_ = false;
 };
 
 } // namespace vellumline

@@ -44,7 +44,6 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr int exitNoDisplay = 69; // EX_UNAVAILABLE of sysexits.h
 constexpr std::chrono::milliseconds longestFinish =
     5s; // a correction that runs, and the secret store's last write
 constexpr std::chrono::milliseconds finishPoll = 20ms;
@@ -183,6 +182,8 @@ AppDelegate::Steps VellumlineApp::Parts::steps(VellumlineApp* app) {
         statusMenu = std::make_unique<StatusMenu>(
             *model, std::move(actions),
             [this](std::function<void()> ready) {
+                // freedesktop.org System Tray Protocol: one selection a screen. Screens of one server are a
+                // thing of the past; Qt asks for the first one's, too.
                 const QByteArray tray = "_NET_SYSTEM_TRAY_S0";
                 const auto cookie = xcb_get_selection_owner(connection->raw(), connection->atom(tray));
                 const XcbReply<xcb_get_selection_owner_reply_t> reply(
@@ -232,9 +233,12 @@ QCoro::Task<void> VellumlineApp::Parts::start(VellumlineApp* app) {
 }
 
 QCoro::Task<void> VellumlineApp::Parts::finish() {
-    // A correction that runs holds the user's clipboard: it ends first.
+    // A correction that holds the user's clipboard gives it back first; one that waits for its answer pastes
+    // nothing more.
+    if (swapper)
+        swapper->stop();
     const auto deadline = clock.monotonic() + longestFinish;
-    while (((model && model->busy()) || store.isWriting()) && clock.monotonic() < deadline)
+    while (((swapper && swapper->holdsClipboard()) || store.isWriting()) && clock.monotonic() < deadline)
         co_await clock.sleepFor(finishPoll);
     if (pasteboard)
         co_await pasteboard->handToClipboardManager();

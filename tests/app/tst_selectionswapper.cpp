@@ -125,6 +125,9 @@ class SelectionSwapperTest : public QObject {
     void theCopyIsReadOnlyWhenItHasBeenQuiet();
     void aChangeAtTheDeadlineStillCounts();
     void theClipboardIsBackWhileTheRequestIsUnderWay();
+    void aStoppedRunPastesNothingMore();
+    void aStoppedSwapperCopiesNothing();
+    void theBorrowedClipboardIsKnown();
     void theAccessibilitySettingsAreOpenedByURL();
 };
 
@@ -430,6 +433,46 @@ void SelectionSwapperTest::theClipboardIsBackWhileTheRequestIsUnderWay() {
     QTRY_VERIFY(outcome.has_value());
     QVERIFY(*outcome == RewriteOutcome::problem(Problem::modelUnavailable));
     QVERIFY(desktop.isGivenBack());
+}
+
+void SelectionSwapperTest::aStoppedRunPastesNothingMore() {
+    Desktop desktop;
+    desktop.service.transport.queueHeld();
+    std::optional<RewriteOutcome> outcome;
+    auto task = keep(desktop.swapper.rewrite(), &outcome);
+    for (int turn = 0; turn < 5000 && desktop.service.transport.requests.isEmpty(); ++turn) {
+        QTest::qWait(0);
+        desktop.service.clock.advanceToNextSleep();
+    }
+    QVERIFY(!desktop.swapper.holdsClipboard());
+    desktop.swapper.stop();
+    QVERIFY(desktop.service.transport.answer(0, 200, corrected(QStringLiteral("the"))));
+    QTRY_VERIFY(outcome.has_value());
+    QVERIFY(*outcome == RewriteOutcome::problem(Problem::failed));
+    QCOMPARE(desktop.keys.posted(), QList<std::uint16_t>{8});
+    QVERIFY(desktop.isGivenBack());
+}
+
+void SelectionSwapperTest::aStoppedSwapperCopiesNothing() {
+    Desktop desktop;
+    desktop.swapper.stop();
+    QVERIFY(desktop.run() == RewriteOutcome::problem(Problem::failed));
+    QVERIFY(desktop.keys.posted().isEmpty());
+    QVERIFY(desktop.isUntouched());
+}
+
+void SelectionSwapperTest::theBorrowedClipboardIsKnown() {
+    Desktop desktop;
+    QList<bool> held;
+    desktop.keys.setAnswer([&](std::uint16_t key) {
+        held.append(desktop.swapper.holdsClipboard());
+        if (key == 8)
+            desktop.pasteboard.copyElsewhere(QStringLiteral("teh"));
+    });
+    desktop.service.transport.queue(200, corrected(QStringLiteral("the")));
+    QVERIFY(desktop.run() == RewriteOutcome::rewrote());
+    QCOMPARE(held, QList<bool>({true, true}));
+    QVERIFY(!desktop.swapper.holdsClipboard());
 }
 
 void SelectionSwapperTest::theAccessibilitySettingsAreOpenedByURL() {
