@@ -353,12 +353,9 @@ void AppModel::setLaunchAtLogin(bool on) {
     if (!LoginItem::set(dependencies_.loginService, on))
         setStatus(MenuStatus::message(QStringLiteral(
             "Could not change Open at login. Move Vellumline to Applications and try again.")));
-    const bool enabled = dependencies_.loginService.status() == LoginService::Status::enabled;
-    const bool refused = launchAtLogin_ == enabled && on != enabled;
-    assign(launchAtLogin_, enabled, &AppModel::launchAtLoginChanged);
-    // The switch that asked shows the wish by now: it has to be told that nothing changed.
-    if (refused)
-        Q_EMIT launchAtLoginChanged();
+    // The system's real state, also after a refusal or while the user has yet to approve.
+    assign(launchAtLogin_, dependencies_.loginService.status() == LoginService::Status::enabled,
+           &AppModel::launchAtLoginChanged);
 }
 
 void AppModel::presentSignIn() {

@@ -181,7 +181,12 @@ QWidget* MenuContent::settingsPage() {
     stack->addWidget(openSettings_, 0, Qt::AlignLeft);
 
     launchAtLogin_ = new QCheckBox(QStringLiteral("Open at login"), page);
-    connect(launchAtLogin_, &QCheckBox::toggled, &model_, &AppModel::setLaunchAtLogin);
+    connect(launchAtLogin_, &QCheckBox::toggled, &model_, [this](bool on) {
+        model_.setLaunchAtLogin(on);
+        // The switch shows what is, which may not be what was wished.
+        const QSignalBlocker quiet(launchAtLogin_);
+        launchAtLogin_->setChecked(model_.launchAtLogin());
+    });
     stack->addWidget(launchAtLogin_, 0, Qt::AlignLeft);
     QPushButton* welcome = Style::button(QStringLiteral("Show the welcome window"), page);
     connect(welcome, &QPushButton::clicked, this, [this] {

@@ -129,7 +129,12 @@ QWidget* OnboardingWindow::buildWindow() {
     Style::setSecondary(note, false);
     shortcut.content->addWidget(note);
     auto* launch = new QCheckBox(QStringLiteral("Open at login"), window);
-    connect(launch, &QCheckBox::toggled, &model_, &AppModel::setLaunchAtLogin);
+    connect(launch, &QCheckBox::toggled, &model_, [this, launch](bool on) {
+        model_.setLaunchAtLogin(on);
+        // The switch shows what is, which may not be what was wished.
+        const QSignalBlocker quiet(launch);
+        launch->setChecked(model_.launchAtLogin());
+    });
     shortcut.content->addWidget(launch);
 
     const Step account = addStep(parts, QStringLiteral("Sign in"), window);
