@@ -21,6 +21,12 @@ class FakeSelectionRewriter final : public SelectionRewriter {
     /// Ends the run that is under way; what waits for it runs before this returns.
     void finish(RewriteOutcome outcome) { results_.last().set(std::move(outcome)); }
 
+    /// Ends what is still under way.
+    void finishAll() {
+        for (auto& each : results_)
+            each.set(RewriteOutcome::problem(RewriteProblem::Kind::failed));
+    }
+
     qsizetype runs() const { return results_.size(); }
     int settingsOpened = 0;
 

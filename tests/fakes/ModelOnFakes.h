@@ -19,6 +19,20 @@ namespace vellumline {
 struct ModelOnFakes {
     explicit ModelOnFakes(const std::optional<AuthSession>& stored = std::nullopt) : service(stored) {}
 
+    /// What was asked and is not awaited any more is answered, so that every task comes to its end.
+    ~ModelOnFakes() {
+        destroyModel();
+        rewriter.finishAll();
+        for (int turn = 0; turn < 20; ++turn) {
+            service.keychain.release();
+            for (qsizetype i = 0; i < service.transport.requests.size(); ++i)
+                service.transport.answer(i, TransportError::other);
+            QTest::qWait(0);
+        }
+    }
+    ModelOnFakes(const ModelOnFakes&) = delete;
+    ModelOnFakes& operator=(const ModelOnFakes&) = delete;
+
     /// A model whose account is signed in and loaded.
     static std::unique_ptr<ModelOnFakes> signedIn(const QByteArray& account) {
         auto made = std::make_unique<ModelOnFakes>(sessionWith(QStringLiteral("opaque")));
