@@ -28,7 +28,8 @@ std::optional<qint64> decimalInteger(const QString& text) {
 }
 
 std::optional<QString> emailFromClaims(const QString& token) {
-    if (const auto email = AuthSession::displayEmail(JWT::claim(QStringLiteral("email"), token)))
+    auto email = AuthSession::displayEmail(JWT::claim(QStringLiteral("email"), token));
+    if (email)
         return email;
     return AuthSession::displayEmail(JWT::claim(QStringLiteral("username"), token));
 }
