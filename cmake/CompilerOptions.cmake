@@ -18,6 +18,11 @@ if(VELLUMLINE_SANITIZE)
   endif()
 endif()
 
+if(VELLUMLINE_FUZZ)
+  # Without it in the libraries the fuzzer would not see which of their code an input reaches.
+  add_compile_options(-fsanitize=fuzzer-no-link)
+endif()
+
 find_program(VELLUMLINE_CCACHE ccache)
 if(VELLUMLINE_CCACHE)
   cmake_path(GET CMAKE_SOURCE_DIR PARENT_PATH vellumline_base_directory)
