@@ -46,7 +46,7 @@ void AppModel::setAccount(AccountState account) {
 }
 
 void AppModel::setAccountInfo(std::optional<AccountInfo> info) {
-    assign(accountInfo_, std::move(info), &AppModel::accountInfoChanged);
+    assign(accountInfo_, info, &AppModel::accountInfoChanged);
 }
 
 void AppModel::setStatus(MenuStatus status) {

@@ -41,7 +41,8 @@ std::optional<QString> decodedUtf8(const QByteArray& bytes) {
 
 std::optional<Font> font(const std::optional<QByteArray>& rtf, const std::optional<QByteArray>& html) {
     if (rtf) {
-        if (const auto found = fontInRtf(*rtf))
+        auto found = fontInRtf(*rtf);
+        if (found)
             return found;
     }
     return html ? fontInHtml(*html) : std::nullopt;

@@ -393,7 +393,6 @@ class ProbeApplicationsTest : public QObject {
     }
 };
 
-
 int main(int argc, char** argv) {
     if (argc == 3 && QByteArray(argv[1]) == "--field")
         return showField(QString::fromLatin1(argv[2]));
