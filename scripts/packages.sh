@@ -10,7 +10,7 @@ packages[build]="
     qt6-base-dev qt6-svg-dev libgl-dev qcoro-qt6-dev libexpected-dev
     libxcb1-dev libxcb-xfixes0-dev libxcb-xtest0-dev libxcb-xinput-dev libxcb-xkb-dev libxcb-keysyms1-dev
     libxcb-randr0-dev libxcb-res0-dev libxkbcommon-dev libxkbcommon-x11-dev
-    libatspi2.0-dev libsecret-1-dev libsodium-dev libhunspell-dev libssl-dev libcpp-httplib-dev libbenchmark-dev"
+    libsecret-1-dev libhunspell-dev libssl-dev libbenchmark-dev"
 packages[run]="
     at-spi2-core dbus xdg-utils desktop-file-utils libglib2.0-bin x11-utils
     libqt6svg6 libqt6sql6-sqlite hunspell-en-us ca-certificates"
