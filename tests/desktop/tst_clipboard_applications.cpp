@@ -172,6 +172,35 @@ class ClipboardApplications : public QObject {
         QCOMPARE(QCoro::waitFor(board_->string()).value_or(QString()).trimmed(), corrected);
     }
 
+    void theFontOfAWebPagesSelectionIsFound_data() {
+        QTest::addColumn<QString>("name");
+        QTest::addColumn<bool>("declared");
+        QTest::newRow("Chromium copies the style with the text") << QStringLiteral("chromium") << true;
+        // The correction then takes the style of the place where it is pasted, which is the right one.
+        QTest::newRow("Firefox leaves out a style that the element inherits")
+            << QStringLiteral("firefox-esr") << false;
+    }
+    void theFontOfAWebPagesSelectionIsFound() {
+        QFETCH(QString, name);
+        QFETCH(bool, declared);
+        if (!isInstalled(name))
+            QSKIP(qPrintable(name + QStringLiteral(" is not installed")));
+        start(name, "<div id=e contenteditable style=\"font: italic bold 20px 'DejaVu Serif', serif\">" +
+                        original.toUtf8() + "</div><script>document.getElementById('e').focus()</script>");
+        QVERIFY2(program_, "no window came");
+        QVERIFY2(copyAll(), "nothing was copied");
+        QCOMPARE(QCoro::waitFor(board_->string()).value_or(QString()).trimmed(), original);
+        const auto html = QCoro::waitFor(board_->data(PasteboardType::html));
+        QVERIFY(html);
+        const auto font = SelectionStyle::font(QCoro::waitFor(board_->data(PasteboardType::rtf)), html);
+        QCOMPARE(font.has_value(), declared);
+        if (!declared)
+            return;
+        QCOMPARE(SelectionStyle::familyName(*font), QStringLiteral("DejaVu Serif"));
+        QCOMPARE(font->pointSize, 15.0);
+        QVERIFY(font->bold && font->italic);
+    }
+
     void writerKeepsFamilySizeBoldAndItalicOfACorrection() {
         if (!isInstalled(QStringLiteral("soffice")))
             QSKIP("LibreOffice is not installed");
@@ -194,6 +223,9 @@ class ClipboardApplications : public QObject {
         QCOMPARE(SelectionStyle::familyName(*font), QStringLiteral("DejaVu Sans Mono"));
         QCOMPARE(font->pointSize, 17.0);
         QVERIFY(font->bold && font->italic);
+        // Each of its two forms alone says the same.
+        QCOMPARE(SelectionStyle::font(std::nullopt, html), font);
+        QCOMPARE(SelectionStyle::font(rtf, std::nullopt), font);
 
         const auto before = QCoro::waitFor(ClipboardSnapshot::capture(*board_));
         QCOMPARE(before.completeness(), Completeness::complete);
@@ -228,7 +260,7 @@ class ClipboardApplications : public QObject {
     }
 
   private:
-    void start(const QString& name) {
+    void start(const QString& name, QByteArray body = {}) {
         const auto text = folder_.filePath(QStringLiteral("practice.txt"));
         const auto page = folder_.filePath(QStringLiteral("practice.html"));
         QFile textFile(text);
@@ -236,9 +268,9 @@ class ClipboardApplications : public QObject {
         if (!textFile.open(QIODevice::WriteOnly) || !pageFile.open(QIODevice::WriteOnly))
             return;
         textFile.write(original.toUtf8());
-        pageFile.write("<!doctype html><meta charset=utf-8><title>practice</title>"
-                       "<textarea autofocus rows=9 cols=50>" +
-                       original.toUtf8() + "</textarea>");
+        if (body.isEmpty())
+            body = "<textarea autofocus rows=9 cols=50>" + original.toUtf8() + "</textarea>";
+        pageFile.write("<!doctype html><meta charset=utf-8><title>practice</title>" + body);
         textFile.close();
         pageFile.close();
         const auto profile = folder_.filePath(name + QStringLiteral("-profile"));
