@@ -34,7 +34,7 @@ constexpr int secondaryAlpha = 165; // of 255: the text colour lets the backgrou
 /// Draws a template image: only its shape counts, the colour is given.
 class TemplateIconEngine final : public QIconEngine {
   public:
-    TemplateIconEngine(const QString& name, QColor color) : name_(name), color_(std::move(color)) {
+    TemplateIconEngine(const QString& name, const QColor& color) : name_(name), color_(color) {
         registerDrawings();
         renderer_ = std::make_shared<QSvgRenderer>(QStringLiteral(":/vellumline/%1.svg").arg(name));
     }
