@@ -246,7 +246,7 @@ QString Speller::correction(const QString& lower, bool cautious) const {
             best = &candidate;
         }
     }
-    const QString answer = best ? QString::fromLatin1(best->word) : QString();
+    QString answer = best ? QString::fromLatin1(best->word) : QString();
     const QMutexLocker lock(&mutex_);
     if (remembered_.size() >= rememberedLimit) {
         remembered_.clear();

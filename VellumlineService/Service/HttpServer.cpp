@@ -97,7 +97,8 @@ class HttpConnection : public QObject {
         }
         // The server outlives its pools, and the pools outlive every job; the connection may not.
         HttpServer* const server = &server_;
-        server_.poolFor(request).start([self, server, queued, slow, request = std::move(request)] {
+        auto& pool = server_.poolFor(request);
+        pool.start([self, server, queued, slow, request = std::move(request)] {
             const auto claim = request.claim;
             HttpAnswer made;
             if (!claim->givenUp()) {
