@@ -21,7 +21,7 @@ class RtfReader {
   private:
     struct Group {
         int fontIndex = -1;  ///< \f; -1: the document's default (\deff)
-        int halfPoints = 24; ///< \fs; the specification's default is 24 (12 points)
+        int halfPoints = 24; ///< \fs; 24 (12 points) unless said otherwise
         bool bold = false;
         bool italic = false;
         bool hidden = false; ///< \v, or a destination that is not part of the text

@@ -117,7 +117,7 @@ QString XdgAutostart::path() const {
 }
 
 QString XdgAutostart::execValue(const QStringList& commandLine) {
-    // The reserved characters of the specification's section on the Exec key; a program by a path without
+    // The reserved characters of an Exec key (Desktop Entry Specification); a program by a path without
     // them needs no quotes, and some desktops show the value as it stands.
     static const QString reserved = QStringLiteral(" \t\n\"'\\><~|&;$*?#()`");
     QStringList words;
