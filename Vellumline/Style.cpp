@@ -144,6 +144,10 @@ QIcon icon(const QString& name, const QColor& color) {
     return QIcon(new TemplateIconEngine(name, color));
 }
 
+QColor brandColor() {
+    return {0x2f, 0x5d, 0x50};
+}
+
 QWidget* divider(QWidget* parent) {
     auto* line = new QFrame(parent);
     line->setFixedHeight(1);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QColor>
 #include <QIcon>
 #include <QString>
 
@@ -28,6 +29,8 @@ QToolButton* iconButton(const QString& name, const QString& toolTip, QWidget* pa
 
 /// One of the program's drawings, filled with one colour, crisp at every size and scale.
 QIcon icon(const QString& name, const QColor& color);
+/// The green of the program's mark where it is not tinted by the desktop.
+QColor brandColor();
 QWidget* divider(QWidget* parent);
 
 } // namespace vellumline::Style

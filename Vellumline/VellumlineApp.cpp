@@ -30,6 +30,7 @@
 #include "Vellumline/SelectionSwapper.h"
 #include "Vellumline/SessionRefresher.h"
 #include "Vellumline/StatusMenu.h"
+#include "Vellumline/Style.h"
 #include "Vellumline/TokenStore.h"
 
 #include <QApplication>
@@ -146,7 +147,10 @@ bool VellumlineApp::Parts::build() {
 
 AppDelegate::Steps VellumlineApp::Parts::steps(VellumlineApp* app) {
     AppDelegate::Steps steps;
-    steps.becomeAccessory = [] { QApplication::setQuitOnLastWindowClosed(false); };
+    steps.becomeAccessory = [] {
+        QApplication::setQuitOnLastWindowClosed(false);
+        QApplication::setWindowIcon(Style::icon(QStringLiteral("mark"), Style::brandColor()));
+    };
     steps.receiveLinks = [this](const std::function<void(QString)>& receive) {
         QObject::connect(&instance, &DBusApplication::linkOpened, &instance, receive);
         QObject::connect(&instance, &DBusApplication::activated, &instance, [this] {
