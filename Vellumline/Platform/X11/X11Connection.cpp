@@ -91,8 +91,7 @@ void X11Connection::prefetchAtomNames(const QList<xcb_atom_t>& atoms) {
         const XcbReply<xcb_generic_error_t> errorOwner(error);
         if (!reply)
             continue;
-        QByteArray name(xcb_get_atom_name_name(reply.get()),
-                              xcb_get_atom_name_name_length(reply.get()));
+        QByteArray name(xcb_get_atom_name_name(reply.get()), xcb_get_atom_name_name_length(reply.get()));
         atoms_.insert(name, atom);
         atomNames_.insert(atom, name);
     }
