@@ -12,6 +12,10 @@ namespace {
 
 constexpr qsizetype deepestNesting = 256;
 constexpr qsizetype mostRules = 512;
+// Selectors share their declarations and every tag reads them again: without these two, a hostile sheet of 1
+// MB would cost gigabytes, or minutes.
+constexpr qsizetype longestDeclarations = 1024;
+constexpr qsizetype mostText = 256 * 1024;
 constexpr char32_t attachment = 0xFFFC;
 constexpr double pointsPerPixel = 0.75; // CSS Values and Units: 1in = 96px = 72pt
 
@@ -100,7 +104,9 @@ QString firstFamily(const QString& value) {
 
 } // namespace
 
-HtmlFontReader::HtmlFontReader(QString html) : html_(std::move(html)) {}
+HtmlFontReader::HtmlFontReader(QString html) : html_(std::move(html)) {
+    html_.truncate(mostText); // the first visible character stands near the beginning
+}
 
 std::optional<Font> HtmlFontReader::firstFont() {
     const auto style = firstTextStyle();
@@ -223,10 +229,14 @@ void HtmlFontReader::readStyleSheet(const QString& css) {
         selectors.remove(QStringLiteral("<!--"));
         const QString declarations = css.sliced(brace + 1, end - brace - 1);
         for (const QString& selector : selectors.split(QLatin1Char(','))) {
+            if (rules_.size() >= mostRules)
+                return;
             const QString key = selector.trimmed();
             const qsizetype dot = key.indexOf(QLatin1Char('.'));
             const QString stored = dot < 0 ? key.toLower() : key.first(dot).toLower() + key.sliced(dot);
-            rules_[stored] += declarations + QLatin1Char(';');
+            QString& rule = rules_[stored];
+            if (rule.size() + declarations.size() <= longestDeclarations)
+                rule += declarations + QLatin1Char(';');
         }
         i = end + 1;
     }
