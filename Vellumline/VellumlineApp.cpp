@@ -32,6 +32,7 @@
 #include "Vellumline/StatusMenu.h"
 #include "Vellumline/Style.h"
 #include "Vellumline/TokenStore.h"
+#include "Vellumline/Updates.h"
 
 #include <QApplication>
 #include <QPointer>
@@ -104,6 +105,7 @@ struct VellumlineApp::Parts {
     PromptPanel prompts;
 
     std::unique_ptr<AppModel> model;
+    std::unique_ptr<Updates> updates;
     std::unique_ptr<StatusMenu> statusMenu;
     std::unique_ptr<OnboardingWindow> onboarding;
     std::unique_ptr<AppDelegate> delegate;
@@ -170,13 +172,14 @@ AppDelegate::Steps VellumlineApp::Parts::steps(VellumlineApp* app) {
                          &AppModel::refreshTrust);
         return *model;
     };
-    // This build has no update feed: the command then says so.
-    steps.startUpdater = [] {};
+    steps.startUpdater = [this] {
+        updates = std::make_unique<Updates>(UpdateFeed::shared(), QCoreApplication::applicationVersion(),
+                                            *model, transport, *workspace, clock);
+        updates->start();
+    };
     steps.startStatusMenu = [this, app] {
         MenuContent::Actions actions;
-        actions.checkForUpdates = [this] {
-            model->setStatus(MenuStatus::message(QStringLiteral("This build has no update feed.")));
-        };
+        actions.checkForUpdates = [this] { updates->checkForUpdates(); };
         actions.showWelcomeWindow = [this] {
             if (!onboarding)
                 onboarding = std::make_unique<OnboardingWindow>(*model, defaults, clock);

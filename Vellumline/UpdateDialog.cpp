@@ -1,0 +1,209 @@
+#include "Vellumline/UpdateDialog.h"
+
+#include "Vellumline/Style.h"
+
+#include <QAccessible>
+#include <QCursor>
+#include <QGuiApplication>
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QLocale>
+#include <QPainter>
+#include <QPlainTextEdit>
+#include <QProgressBar>
+#include <QPushButton>
+#include <QScreen>
+#include <QVBoxLayout>
+
+namespace vellumline {
+
+namespace {
+
+constexpr int windowWidth = 480;
+constexpr int inset = 24;
+constexpr int markSize = 48;
+constexpr int markRadius = 11;
+constexpr int markInset = 10;
+constexpr int columnSpacing = 18;
+constexpr int lineSpacing = 6;
+constexpr int partSpacing = 16;
+constexpr int buttonSpacing = 8;
+constexpr int notesHeight = 150;
+constexpr int progressHeight = 6;
+
+/// The program's mark on a tile of its green, the same on light and dark themes.
+QPixmap markTile(qreal scale) {
+    QPixmap tile(QSize(markSize, markSize) * scale);
+    tile.setDevicePixelRatio(scale);
+    tile.fill(Qt::transparent);
+    QPainter painter(&tile);
+    painter.setRenderHint(QPainter::Antialiasing);
+    painter.setPen(Qt::NoPen);
+    painter.setBrush(Style::brandColor());
+    painter.drawRoundedRect(0, 0, markSize, markSize, markRadius, markRadius);
+    Style::icon(QStringLiteral("mark"), Qt::white)
+        .paint(&painter,
+               QRect(0, 0, markSize, markSize).marginsRemoved({markInset, markInset, markInset, markInset}));
+    return tile;
+}
+
+QString dismissText(UpdateResult::Kind kind) {
+    return kind == UpdateResult::Kind::newVersion ? QStringLiteral("Later") : QStringLiteral("OK");
+}
+
+} // namespace
+
+UpdateDialog::UpdateDialog(QString currentVersion) : currentVersion_(std::move(currentVersion)) {
+    setWindowTitle(QStringLiteral("Software Update"));
+    setModal(false);
+    setFixedWidth(windowWidth);
+
+    auto* row = new QHBoxLayout(this);
+    row->setContentsMargins(inset, inset, inset, inset);
+    row->setSpacing(columnSpacing);
+    auto* mark = new QLabel(this);
+    mark->setPixmap(markTile(devicePixelRatioF()));
+    row->addWidget(mark, 0, Qt::AlignTop);
+
+    auto* column = new QVBoxLayout;
+    column->setSpacing(0);
+    headline_ = Style::headline({}, this);
+    column->addWidget(headline_);
+    column->addSpacing(lineSpacing);
+    detail_ = Style::callout({}, this);
+    column->addWidget(detail_);
+    published_ = Style::caption(this);
+    published_->setContentsMargins(0, lineSpacing, 0, 0);
+    column->addWidget(published_);
+    progress_ = new QProgressBar(this);
+    progress_->setRange(0, 0);
+    progress_->setTextVisible(false);
+    progress_->setFixedHeight(progressHeight);
+    progress_->setAccessibleName(QStringLiteral("Looking for updates"));
+    column->addSpacing(lineSpacing);
+    column->addWidget(progress_);
+    notes_ = new QPlainTextEdit(this);
+    notes_->setReadOnly(true);
+    notes_->setTabChangesFocus(true);
+    notes_->setFixedHeight(notesHeight);
+    notes_->setAccessibleName(QStringLiteral("What is new"));
+    column->addSpacing(lineSpacing);
+    column->addWidget(notes_);
+    column->addSpacing(partSpacing);
+
+    auto* buttons = new QHBoxLayout;
+    buttons->setSpacing(buttonSpacing);
+    buttons->addStretch();
+    dismiss_ = Style::button({}, this);
+    connect(dismiss_, &QPushButton::clicked, this, &UpdateDialog::reject);
+    buttons->addWidget(dismiss_);
+    open_ = Style::prominentButton({}, this);
+    connect(open_, &QPushButton::clicked, this, [this] {
+        const QUrl page = page_;
+        accept();
+        Q_EMIT pageWanted(page);
+    });
+    buttons->addWidget(open_);
+    // Return presses the button that has the focus, and the default one when none has it.
+    dismiss_->setAutoDefault(true);
+    open_->setAutoDefault(true);
+    column->addLayout(buttons);
+    row->addLayout(column, 1);
+}
+
+void UpdateDialog::showChecking() {
+    showMessage(QStringLiteral("Looking for updates…"), {});
+    checking_ = true;
+    progress_->show();
+    dismiss_->setText(QStringLiteral("Cancel"));
+    fit();
+}
+
+void UpdateDialog::showResult(const UpdateResult& result) {
+    using Kind = UpdateResult::Kind;
+    const QString unreachable = QStringLiteral("Updates could not be looked for");
+    switch (result.kind) {
+    case Kind::newVersion:
+        showNewVersion(result.item);
+        break;
+    case Kind::newest:
+        showMessage(QStringLiteral("You have the newest version"),
+                    QStringLiteral("Vellumline %1 is the newest version.").arg(currentVersion_));
+        break;
+    case Kind::offline:
+        showMessage(unreachable, QStringLiteral("The update feed cannot be reached. Check the network "
+                                                "connection and try again."));
+        break;
+    case Kind::timedOut:
+        showMessage(unreachable, QStringLiteral("The update feed did not answer in time. Try again later."));
+        break;
+    case Kind::refused:
+        showMessage(unreachable,
+                    result.status == 0
+                        ? QStringLiteral("The update feed cannot be read. Try again later.")
+                        : QStringLiteral("The update feed answered with an error (HTTP %1). Try again later.")
+                              .arg(result.status));
+        break;
+    case Kind::unverified:
+        showMessage(QStringLiteral("The update feed could not be verified"),
+                    QStringLiteral("It is not signed by the publisher of Vellumline, so it was not used. "
+                                   "Nothing was installed."));
+        break;
+    case Kind::invalid:
+        showMessage(QStringLiteral("The update feed is not valid"),
+                    QStringLiteral("It is not a list of versions that Vellumline %1 understands. Nothing "
+                                   "was installed.")
+                        .arg(currentVersion_));
+        break;
+    }
+    dismiss_->setText(dismissText(result.kind));
+    fit();
+    // The window stays while its text changes: a screen reader is told to read it.
+    QAccessibleEvent event(this, QAccessible::Alert);
+    QAccessible::updateAccessibility(&event);
+}
+
+void UpdateDialog::showMessage(const QString& headline, const QString& detail) {
+    checking_ = false;
+    headline_->setText(headline);
+    detail_->setText(detail);
+    detail_->setVisible(!detail.isEmpty());
+    setAccessibleName(headline);
+    setAccessibleDescription(detail);
+    published_->hide();
+    progress_->hide();
+    notes_->hide();
+    open_->hide();
+    dismiss_->setDefault(true);
+    dismiss_->setFocus();
+}
+
+void UpdateDialog::showNewVersion(const AppcastItem& item) {
+    const QString have = QStringLiteral("You have version %1.").arg(currentVersion_);
+    showMessage(QStringLiteral("Vellumline %1 is available").arg(item.version.text()),
+                item.title.isEmpty() ? have : item.title + QLatin1Char('\n') + have);
+    if (item.published.isValid()) {
+        published_->setText(QStringLiteral("Published ") +
+                            QLocale::c().toString(item.published.date(), QStringLiteral("d MMMM yyyy")));
+        published_->show();
+    }
+    notes_->setPlainText(item.notes);
+    notes_->setVisible(!item.notes.isEmpty());
+    page_ = item.link.isEmpty() ? item.enclosure.url : item.link;
+    open_->setText(item.link.isEmpty() ? QStringLiteral("Download") : QStringLiteral("Open download page"));
+    open_->show();
+    open_->setDefault(true);
+    open_->setFocus();
+}
+
+void UpdateDialog::fit() {
+    layout()->activate();
+    adjustSize();
+    const QScreen* screen = isVisible() ? this->screen() : QGuiApplication::screenAt(QCursor::pos());
+    if (screen == nullptr)
+        screen = QGuiApplication::primaryScreen();
+    if (screen != nullptr && !isVisible())
+        move(screen->availableGeometry().center() - rect().center());
+}
+
+} // namespace vellumline
