@@ -55,6 +55,10 @@ bool AccountInfo::freeUsedUp() const {
     return plan == Plan::free && difference(*this) < 1;
 }
 
+bool AccountInfo::offersPlans() const {
+    return plan == Plan::free && difference(*this) <= warnWhenLeft;
+}
+
 std::optional<QString> AccountInfo::notice() const {
     if (closed)
         return QStringLiteral("This account is closed. Reopen it on the account page.");

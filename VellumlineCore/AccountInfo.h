@@ -27,6 +27,8 @@ struct AccountInfo {
     qint64 freeLeft() const;
     /// True only on the free plan with less than one rewrite left.
     bool freeUsedUp() const;
+    /// A free account that has warnWhenLeft rewrites or fewer left, or none: the paid plans are offered.
+    bool offersPlans() const;
     /// The warning shown under the plan line, if any.
     std::optional<QString> notice() const;
     /// The plan line of the menu.

@@ -1,5 +1,6 @@
 #include "VellumlineCore/MenuPanelPlacement.h"
 
+#include <algorithm>
 #include <cmath>
 
 namespace vellumline::MenuPanelPlacement {
@@ -13,6 +14,33 @@ PanelRect frame(double panelWidth, double panelHeight, const PanelRect& button, 
     if (x < visible.x + margin)
         x = visible.x + margin;
     return {x, button.y - panelHeight, panelWidth, panelHeight};
+}
+
+namespace {
+
+/// `low` to `low + length` moved inside of the span, which it may fill; its beginning wins.
+double movedInside(double low, double length, double spanLow, double spanHigh) {
+    return std::max(spanLow, std::min(low, spanHigh - length));
+}
+
+} // namespace
+
+PanelRect frameAtAnyEdge(double panelWidth, double panelHeight, const PanelRect& button,
+                         const PanelRect& visible, double margin) {
+    PanelRect panel = frame(panelWidth, panelHeight, button, visible, margin);
+    const double middle = button.y + button.height * 0.5;
+    if (middle < visible.y) {
+        panel.y = button.maxY();
+    } else if (middle <= visible.maxY() && (button.midX() < visible.x || button.midX() > visible.maxX())) {
+        panel.x = button.midX() < visible.x ? button.maxX() : button.x - panelWidth;
+        panel.y =
+            movedInside(middle - panelHeight * 0.5, panelHeight, visible.y + margin, visible.maxY() - margin);
+    } else if (panel.y < visible.y && button.maxY() + panelHeight <= visible.maxY()) {
+        panel.y = button.maxY();
+    }
+    if (panelHeight <= visible.height)
+        panel.y = movedInside(panel.y, panelHeight, visible.y, std::max(visible.maxY(), panel.maxY()));
+    return panel;
 }
 
 bool isAttached(const PanelRect& panel, const PanelRect& button) {

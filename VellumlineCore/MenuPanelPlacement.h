@@ -28,6 +28,12 @@ inline constexpr double attachSlack = 24.0;
 /// resized.
 PanelRect frame(double panelWidth, double panelHeight, const PanelRect& button, const PanelRect& visible,
                 double margin);
+/// The same for a bar at any edge of the screen. Under a bar at the top this is frame(); above a bar at the
+/// bottom and beside one at the left or right the panel touches the button's near side. A bar inside the
+/// visible area, which hides itself, counts as one at the top, and where the panel would leave the visible
+/// area at the bottom it stands above the button. Wholly inside the visible area when it fits there.
+PanelRect frameAtAnyEdge(double panelWidth, double panelHeight, const PanelRect& button,
+                         const PanelRect& visible, double margin);
 /// Whether the panel hangs from the button.
 bool isAttached(const PanelRect& panel, const PanelRect& button);
 
