@@ -18,6 +18,9 @@ class Workspace {
     /// The program whose window has the user's input now; nothing when there is none or it does not say who
     /// it is.
     virtual std::optional<Application> frontmostApplication() const = 0;
+    /// Gives the user's input to that program: its topmost window becomes the active one. Nothing happens
+    /// when it has none any more.
+    virtual void activate(const Application& application) = 0;
     /// Opens a link in the user's browser (or the program registered for its scheme); failures are not
     /// reported.
     virtual void openURL(const QUrl& url) = 0;

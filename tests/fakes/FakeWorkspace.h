@@ -8,7 +8,7 @@
 namespace vellumline {
 
 /// A desktop whose front application the test chooses. In the call log: "frontmostApplication",
-/// "openURL(https://…)", "beep".
+/// "activate(42)", "openURL(https://…)", "beep".
 class FakeWorkspace final : public Workspace {
   public:
     explicit FakeWorkspace(QStringList* sharedLog = nullptr) : log_(sharedLog) {}
@@ -16,6 +16,9 @@ class FakeWorkspace final : public Workspace {
     std::optional<Application> frontmostApplication() const override {
         log_.add(QStringLiteral("frontmostApplication"));
         return front;
+    }
+    void activate(const Application& application) override {
+        log_.add(QStringLiteral("activate(%1)").arg(application.processIdentifier));
     }
     void openURL(const QUrl& url) override {
         log_.add(QStringLiteral("openURL(%1)").arg(url.toString(QUrl::FullyEncoded)));

@@ -143,20 +143,48 @@ qint64 X11Workspace::clientProcess(xcb_window_t window) const {
     return 0;
 }
 
-std::optional<Workspace::Application> X11Workspace::frontmostApplication() const {
-    const xcb_window_t window = activeWindow();
-    if (window == XCB_WINDOW_NONE)
-        return std::nullopt;
+qint64 X11Workspace::processOf(xcb_window_t window) const {
     // The window's own word first: it names the program, where the connection may be a helper's. It means
     // nothing here when it was said on another machine (ssh -X).
     const qint64 declared =
         firstCardinal(property(window, QByteArrayLiteral("_NET_WM_PID"), XCB_ATOM_CARDINAL));
     if (processExists(declared) && isOfThisMachine(window))
-        return Application{declared};
+        return declared;
     const qint64 connected = clientProcess(window);
-    if (processExists(connected))
-        return Application{connected};
-    return std::nullopt;
+    return processExists(connected) ? connected : 0;
+}
+
+std::optional<Workspace::Application> X11Workspace::frontmostApplication() const {
+    const xcb_window_t window = activeWindow();
+    const qint64 process = window != XCB_WINDOW_NONE ? processOf(window) : 0;
+    return process != 0 ? std::optional(Application{process}) : std::nullopt;
+}
+
+void X11Workspace::activate(const Application& application) {
+    // From bottom to top, so that the last one found is the one in front.
+    const QByteArray stacking =
+        property(connection_.rootWindow(), QByteArrayLiteral("_NET_CLIENT_LIST_STACKING"), XCB_ATOM_WINDOW);
+    constexpr qsizetype each = sizeof(xcb_window_t);
+    xcb_window_t topmost = XCB_WINDOW_NONE;
+    for (qsizetype at = stacking.size() - each; at >= 0 && topmost == XCB_WINDOW_NONE; at -= each) {
+        const xcb_window_t window = firstCardinal(stacking.mid(at, each));
+        if (processOf(window) == application.processIdentifier)
+            topmost = window;
+    }
+    if (topmost == XCB_WINDOW_NONE)
+        return;
+    // EWMH, _NET_ACTIVE_WINDOW: source 2 is a wish of the user, which no focus stealing prevention refuses.
+    xcb_client_message_event_t message = {};
+    message.response_type = XCB_CLIENT_MESSAGE;
+    message.format = 32;
+    message.window = topmost;
+    message.type = connection_.atom(QByteArrayLiteral("_NET_ACTIVE_WINDOW"));
+    message.data.data32[0] = 2;
+    message.data.data32[1] = XCB_CURRENT_TIME;
+    xcb_send_event(connection_.raw(), 0, connection_.rootWindow(),
+                   XCB_EVENT_MASK_SUBSTRUCTURE_REDIRECT | XCB_EVENT_MASK_SUBSTRUCTURE_NOTIFY,
+                   reinterpret_cast<const char*>(&message));
+    connection_.flush();
 }
 
 void X11Workspace::openURL(const QUrl& url) {

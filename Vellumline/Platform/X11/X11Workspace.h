@@ -21,6 +21,7 @@ class X11Workspace final : public Workspace {
     explicit X11Workspace(X11Connection& connection, Launcher launcher = {});
 
     std::optional<Application> frontmostApplication() const override;
+    void activate(const Application& application) override;
     void openURL(const QUrl& url) override;
     void beep() override;
 
@@ -42,6 +43,7 @@ class X11Workspace final : public Workspace {
     xcb_window_t focusedTopLevel() const;
     bool isOfThisMachine(xcb_window_t window) const;
     qint64 clientProcess(xcb_window_t window) const;
+    qint64 processOf(xcb_window_t window) const;
     void openAccessibilitySettings();
     void openWithDesktop(const QUrl& url);
 
