@@ -5,64 +5,73 @@
 #include <QWidget>
 #include <functional>
 
-class QCheckBox;
-class QLabel;
-class QPushButton;
+class QVBoxLayout;
 
 namespace vellumline {
 
+class InfoView;
+class SettingsView;
+
+namespace Style {
+class Button;
+class Label;
+class UsageBar;
+} // namespace Style
+
 /// What the menu panel shows: the main menu, the settings page or the about page. A picture of the model; the
-/// page is its only state.
+/// page is its only state, and survives closing the panel. Main thread only.
 class MenuContent : public QWidget {
     Q_OBJECT
   public:
     struct Actions {
         std::function<void()> checkForUpdates;
         std::function<void()> showWelcomeWindow;
+        std::function<void(QUrl)> openLink; ///< a link of the about page
         std::function<void()> quit;
     };
+    enum class Page { main, settings, info };
 
     MenuContent(AppModel& model, Actions actions, QWidget* parent = nullptr);
 
     /// The main menu is about to be seen: its figures are made fresh.
     void willShow();
+    Page page() const { return page_; }
+    void showPage(Page page);
 
   Q_SIGNALS:
-    /// The content may have another size now.
+    /// A row came, went or has another text.
     void sizeMayHaveChanged();
+    /// Another page is shown; its size settles within a moment.
+    void pageChanged();
 
   private:
-    enum class Page { main, settings, about };
-
     QWidget* mainPage();
-    QWidget* settingsPage();
-    QWidget* aboutPage();
-    void showPage(Page page);
+    void addHeader(QVBoxLayout* rows, QWidget* page);
+    void addAccount(QVBoxLayout* rows, QWidget* page);
+    void addPlans(QVBoxLayout* rows, QWidget* page);
+    void addCommands(QVBoxLayout* rows, QWidget* page);
     void refresh();
+    bool event(QEvent* event) override;
 
     AppModel& model_;
     Actions actions_;
+    Page page_ = Page::main;
     QWidget* main_ = nullptr;
-    QWidget* settings_ = nullptr;
-    QWidget* about_ = nullptr;
+    SettingsView* settings_ = nullptr;
+    InfoView* info_ = nullptr;
 
-    QLabel* account_ = nullptr;
-    QLabel* plan_ = nullptr;
-    QLabel* notice_ = nullptr;
-    QPushButton* signInAgain_ = nullptr;
-    QPushButton* signIn_ = nullptr;
-    QLabel* status_ = nullptr;
+    Style::Label* account_ = nullptr;
+    QWidget* plan_ = nullptr;
+    Style::Label* planLabel_ = nullptr;
+    Style::UsageBar* usage_ = nullptr;
+    Style::Label* notice_ = nullptr;
+    Style::Button* signInAgain_ = nullptr;
+    Style::Button* signIn_ = nullptr;
+    Style::Label* status_ = nullptr;
     QWidget* plans_ = nullptr;
-    QPushButton* allowAccessibility_ = nullptr;
-    QPushButton* accountPage_ = nullptr;
-    QPushButton* signOut_ = nullptr;
-
-    QLabel* hotkey_ = nullptr;
-    QPushButton* record_ = nullptr;
-    QLabel* hotkeyNote_ = nullptr;
-    QLabel* trust_ = nullptr;
-    QPushButton* openSettings_ = nullptr;
-    QCheckBox* launchAtLogin_ = nullptr;
+    Style::Button* allowAccessibility_ = nullptr;
+    Style::Button* accountPage_ = nullptr;
+    Style::Button* signOut_ = nullptr;
 };
 
 } // namespace vellumline

@@ -1,16 +1,13 @@
 #include "Vellumline/OnboardingWindow.h"
 
+#include "Vellumline/LaunchAtLoginToggle.h"
 #include "Vellumline/Style.h"
 
-#include <QCheckBox>
 #include <QEvent>
 #include <QGuiApplication>
 #include <QHBoxLayout>
-#include <QLabel>
 #include <QPlainTextEdit>
-#include <QPushButton>
 #include <QScreen>
-#include <QSignalBlocker>
 #include <QVBoxLayout>
 
 namespace vellumline {
@@ -23,43 +20,122 @@ constexpr int windowWidth = 460;
 constexpr int padding = 24;
 constexpr int partSpacing = 18;
 constexpr int iconSpacing = 12;
+constexpr int iconSide = 20;
 constexpr int lineSpacing = 6;
 constexpr int practiceHeight = 56;
 const QString practiceSentence = QStringLiteral("i has went to the shop yesterday and buyed three apple.");
 
-struct Step {
-    QLabel* icon;
-    QVBoxLayout* content;
-};
+} // namespace
 
-Step addStep(QVBoxLayout* parts, const QString& title, QWidget* window) {
+OnboardingView::OnboardingView(AppModel& model, std::function<void()> onDone, QWidget* parent)
+    : QWidget(parent), model_(model), parts_(new QVBoxLayout(this)) {
+    setFixedWidth(Style::scaled(windowWidth));
+    parts_->setContentsMargins(padding, padding, padding, padding);
+    parts_->setSpacing(partSpacing);
+    parts_->addWidget(Style::title(QStringLiteral("Correct the sentence where you wrote it"), this));
+    addAccessibilityStep();
+    addShortcutStep();
+    addSignInStep();
+    addPracticeStep();
+    Style::Button* done = Style::prominentButton(QStringLiteral("Done"), this);
+    connect(done, &QPushButton::clicked, this, std::move(onDone));
+    parts_->addWidget(done, 0, Qt::AlignRight);
+
+    for (const auto changed :
+         {&AppModel::trustedChanged, &AppModel::accountChanged, &AppModel::hotkeyLabelChanged,
+          &AppModel::recordingHotkeyChanged, &AppModel::hotkeyNoteChanged, &AppModel::statusChanged})
+        connect(&model_, changed, this, &OnboardingView::refresh);
+    refresh();
+    practice_->setFocus();
+}
+
+OnboardingView::Step OnboardingView::step(int number, const QString& title) {
     auto* row = new QHBoxLayout;
     row->setSpacing(iconSpacing);
-    QLabel* icon = Style::title({}, window);
-    icon->setWordWrap(false);
-    icon->setFixedWidth(icon->fontMetrics().horizontalAdvance(QStringLiteral("②")));
-    row->addWidget(icon, 0, Qt::AlignTop);
-    auto* content = new QVBoxLayout;
-    content->setSpacing(lineSpacing);
-    QLabel* headline = Style::headline(title, window);
-    headline->setObjectName(QStringLiteral("stepTitle"));
-    content->addWidget(headline);
-    row->addLayout(content, 1);
-    parts->addLayout(row);
-    return {icon, content};
+    Step made{new Style::Symbol(iconSide, this), Style::headline(title, this), new QVBoxLayout};
+    setDone(made, number, false);
+    row->addWidget(made.icon, 0, Qt::AlignTop);
+    made.content->setSpacing(lineSpacing);
+    made.content->addWidget(made.title);
+    row->addLayout(made.content, 1);
+    parts_->addLayout(row);
+    return made;
 }
 
-void setStepIcon(QLabel* icon, int number, bool done) {
-    static const QString digits = QStringLiteral("①②③④");
-    icon->setText(done ? QStringLiteral("✓") : QString(digits.at(number - 1)));
-    QPalette palette = icon->palette();
-    palette.setColor(QPalette::WindowText, done
-                                               ? QColor(0x2f, 0x9e, 0x44)
-                                               : QGuiApplication::palette().color(QPalette::PlaceholderText));
-    icon->setPalette(palette);
+void OnboardingView::setDone(const Step& step, int number, bool done) {
+    if (done)
+        step.icon->setSymbol(QStringLiteral("check"), Style::Tone::good, QStringLiteral("Done"));
+    else
+        step.icon->setSymbol(QStringLiteral("step-%1").arg(number), Style::Tone::secondary,
+                             QStringLiteral("Step %1").arg(number));
 }
 
-} // namespace
+void OnboardingView::addAccessibilityStep() {
+    accessibility_ = step(1, QStringLiteral("Allow Accessibility"));
+    accessibility_.content->addWidget(Style::callout(
+        QStringLiteral(
+            "Vellumline copies your selection and pastes the correction. macOS asks you to allow that once."),
+        this));
+    openSettings_ = Style::button(QStringLiteral("Open System Settings"), this);
+    connect(openSettings_, &QPushButton::clicked, this, [this] {
+        model_.allowAccessibility();
+        model_.openAccessibilitySettings();
+    });
+    accessibility_.content->addWidget(openSettings_, 0, Qt::AlignLeft);
+}
+
+void OnboardingView::addShortcutStep() {
+    shortcut_ = step(2, {});
+    record_ = Style::button({}, this);
+    connect(record_, &QPushButton::clicked, &model_, &AppModel::toggleRecording);
+    shortcut_.content->addWidget(record_, 0, Qt::AlignLeft);
+    hotkeyNote_ = Style::caption(this);
+    hotkeyNote_->setTone(Style::Tone::primary);
+    shortcut_.content->addWidget(hotkeyNote_);
+    auto* launch = new Style::Toggle(QStringLiteral("Open at login"), this);
+    bindLaunchAtLogin(launch, model_);
+    shortcut_.content->addWidget(launch);
+}
+
+void OnboardingView::addSignInStep() {
+    signInStep_ = step(3, QStringLiteral("Sign in"));
+    signInStep_.content->addWidget(Style::callout(
+        QStringLiteral("The first 30 rewrites are free. You sign in on the Vellumline site."), this));
+    signIn_ = Style::button(QStringLiteral("Sign in"), this);
+    connect(signIn_, &QPushButton::clicked, &model_, &AppModel::startSignIn);
+    signInStep_.content->addWidget(signIn_, 0, Qt::AlignLeft);
+}
+
+void OnboardingView::addPracticeStep() {
+    practiceStep_ = step(4, QStringLiteral("Try it"));
+    practiceHint_ = Style::callout({}, this);
+    practiceStep_.content->addWidget(practiceHint_);
+    auto* field = new Style::Field(this);
+    practice_ = new QPlainTextEdit(practiceSentence, field);
+    practice_->setAccessibleName(QStringLiteral("Practice sentence"));
+    practice_->setTabChangesFocus(true);
+    field->setEditor(practice_);
+    field->setFixedHeight(Style::scaled(practiceHeight));
+    practiceStep_.content->addWidget(field);
+    status_ = Style::caption(this);
+    practiceStep_.content->addWidget(status_);
+}
+
+void OnboardingView::refresh() {
+    setDone(accessibility_, 1, model_.trusted());
+    openSettings_->setVisible(!model_.trusted());
+    shortcut_.title->setText(QStringLiteral("Your shortcut is ") + model_.hotkeyLabel());
+    record_->setText(model_.recordingHotkey() ? QStringLiteral("Press keys…") : QStringLiteral("Change"));
+    hotkeyNote_->setText(model_.hotkeyNote().value_or(QString()));
+    hotkeyNote_->setVisible(model_.hotkeyNote().has_value());
+    setDone(signInStep_, 3, model_.account().isSignedIn());
+    signIn_->setVisible(!model_.account().isSignedIn());
+    setDone(practiceStep_, 4, model_.status().kind == MenuStatus::Kind::rewrote);
+    practiceHint_->setText(QStringLiteral("Select the sentence below and press ") + model_.hotkeyLabel() +
+                           QLatin1Char('.'));
+    status_->setText(model_.statusText().value_or(QString()));
+    status_->setVisible(model_.statusText().has_value());
+}
 
 const QString OnboardingWindow::doneKey = QStringLiteral("vellumline.onboardingDone");
 
@@ -102,91 +178,11 @@ QWidget* OnboardingWindow::buildWindow() {
     auto* window = new QWidget(nullptr, Qt::Window | Qt::CustomizeWindowHint | Qt::WindowTitleHint |
                                             Qt::WindowCloseButtonHint);
     window->setWindowTitle(QStringLiteral("Welcome to Vellumline"));
-    window->setFixedWidth(windowWidth);
-    auto* parts = new QVBoxLayout(window);
-    parts->setContentsMargins(padding, padding, padding, padding);
-    parts->setSpacing(partSpacing);
-    parts->addWidget(Style::title(QStringLiteral("Correct the sentence where you wrote it"), window));
-
-    const Step allow = addStep(parts, QStringLiteral("Allow Accessibility"), window);
-    allow.content->addWidget(Style::callout(
-        QStringLiteral(
-            "Vellumline copies your selection and pastes the correction. macOS asks you to allow that once."),
-        window));
-    QPushButton* openSettings = Style::button(QStringLiteral("Open System Settings"), window);
-    connect(openSettings, &QPushButton::clicked, &model_, [this] {
-        model_.allowAccessibility();
-        model_.openAccessibilitySettings();
-    });
-    allow.content->addWidget(openSettings, 0, Qt::AlignLeft);
-
-    const Step shortcut = addStep(parts, QString(), window);
-    auto* shortcutTitle = qobject_cast<QLabel*>(shortcut.content->itemAt(0)->widget());
-    QPushButton* record = Style::button({}, window);
-    connect(record, &QPushButton::clicked, &model_, &AppModel::toggleRecording);
-    shortcut.content->addWidget(record, 0, Qt::AlignLeft);
-    QLabel* note = Style::caption(window);
-    Style::setSecondary(note, false);
-    shortcut.content->addWidget(note);
-    auto* launch = new QCheckBox(QStringLiteral("Open at login"), window);
-    connect(launch, &QCheckBox::toggled, &model_, [this, launch](bool on) {
-        model_.setLaunchAtLogin(on);
-        // The switch shows what is, which may not be what was wished.
-        const QSignalBlocker quiet(launch);
-        launch->setChecked(model_.launchAtLogin());
-    });
-    shortcut.content->addWidget(launch);
-
-    const Step account = addStep(parts, QStringLiteral("Sign in"), window);
-    account.content->addWidget(Style::callout(
-        QStringLiteral("The first 30 rewrites are free. You sign in on the Vellumline site."), window));
-    QPushButton* signIn = Style::button(QStringLiteral("Sign in"), window);
-    connect(signIn, &QPushButton::clicked, &model_, &AppModel::startSignIn);
-    account.content->addWidget(signIn, 0, Qt::AlignLeft);
-
-    const Step practice = addStep(parts, QStringLiteral("Try it"), window);
-    QLabel* practiceHint = Style::callout({}, window);
-    practice.content->addWidget(practiceHint);
-    auto* editor = new QPlainTextEdit(practiceSentence, window);
-    editor->setFixedHeight(practiceHeight);
-    editor->setAccessibleName(QStringLiteral("Practice sentence"));
-    editor->setTabChangesFocus(true);
-    practice.content->addWidget(editor);
-    QLabel* status = Style::caption(window);
-    practice.content->addWidget(status);
-
-    parts->addStretch(); // rows that disappear leave their height to nobody
-    auto* bottom = new QHBoxLayout;
-    bottom->addStretch();
-    QPushButton* done = Style::prominentButton(QStringLiteral("Done"), window);
-    connect(done, &QPushButton::clicked, window, &QWidget::close);
-    bottom->addWidget(done);
-    parts->addLayout(bottom);
-
-    const auto refresh = [=, this] {
-        setStepIcon(allow.icon, 1, model_.trusted());
-        openSettings->setVisible(!model_.trusted());
-        setStepIcon(shortcut.icon, 2, false);
-        shortcutTitle->setText(QStringLiteral("Your shortcut is ") + model_.hotkeyLabel());
-        record->setText(model_.recordingHotkey() ? QStringLiteral("Press keys…") : QStringLiteral("Change"));
-        note->setText(model_.hotkeyNote().value_or(QString()));
-        note->setVisible(model_.hotkeyNote().has_value());
-        const QSignalBlocker quiet(launch);
-        launch->setChecked(model_.launchAtLogin());
-        setStepIcon(account.icon, 3, model_.account().isSignedIn());
-        signIn->setVisible(!model_.account().isSignedIn());
-        setStepIcon(practice.icon, 4, model_.status().kind == MenuStatus::Kind::rewrote);
-        practiceHint->setText(QStringLiteral("Select the sentence below and press ") + model_.hotkeyLabel() +
-                              QLatin1Char('.'));
-        status->setText(model_.statusText().value_or(QString()));
-        status->setVisible(model_.statusText().has_value());
-    };
-    for (const auto changed :
-         {&AppModel::trustedChanged, &AppModel::accountChanged, &AppModel::hotkeyLabelChanged,
-          &AppModel::recordingHotkeyChanged, &AppModel::hotkeyNoteChanged, &AppModel::launchAtLoginChanged,
-          &AppModel::statusChanged})
-        connect(&model_, changed, window, refresh);
-    refresh();
+    auto* layout = new QVBoxLayout(window);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->setSizeConstraint(QLayout::SetFixedSize); // the window follows its rows
+    layout->addWidget(new OnboardingView(
+        model_, [window] { window->close(); }, window));
     return window;
 }
 

@@ -6,7 +6,6 @@
 #include <QCursor>
 #include <QGuiApplication>
 #include <QHBoxLayout>
-#include <QLabel>
 #include <QPushButton>
 #include <QScreen>
 #include <QShortcut>
@@ -49,24 +48,26 @@ void PromptPanel::show(const QString& title, const QString& detail, const QList<
     auto* stack = new QVBoxLayout(window);
     stack->setContentsMargins(sideInset, topInset, sideInset, topInset);
     stack->setSpacing(0);
-    stack->addWidget(Style::headline(title, window));
+    Style::Label* question = Style::headline(title, window);
+    question->setWordWrap(false);
+    stack->addWidget(question);
     stack->addSpacing(spacing);
-    QLabel* explanation = Style::callout(detail, window);
-    explanation->setMaximumWidth(detailWidth);
+    Style::Label* explanation = Style::callout(detail, window);
+    explanation->setMaximumWidth(Style::scaled(detailWidth));
     stack->addWidget(explanation);
     stack->addSpacing(spaceAfterDetail);
 
     auto* row = new QHBoxLayout;
     row->setSpacing(spacing);
     row->addStretch();
-    QPushButton* notNow = Style::button(QStringLiteral("Not now"), window);
+    Style::Button* notNow = Style::button(QStringLiteral("Not now"), window);
     connect(notNow, &QPushButton::clicked, this, &PromptPanel::dismiss);
     row->addWidget(notNow);
     QPushButton* last = nullptr;
     for (qsizetype i = 0; i < actions.size(); ++i) {
         const bool isLast = i == actions.size() - 1;
-        QPushButton* button = isLast ? Style::prominentButton(actions.at(i).title, window)
-                                     : Style::button(actions.at(i).title, window);
+        Style::Button* button = isLast ? Style::prominentButton(actions.at(i).title, window)
+                                       : Style::button(actions.at(i).title, window);
         connect(button, &QPushButton::clicked, this, [this, i] { pressed(i); });
         row->addWidget(button);
         last = button;
@@ -77,10 +78,13 @@ void PromptPanel::show(const QString& title, const QString& detail, const QList<
             connect(new QShortcut(QKeySequence(key), window), &QShortcut::activated, last,
                     &QPushButton::click);
     }
+    connect(new QShortcut(QKeySequence(Qt::Key_Escape), window), &QShortcut::activated, this,
+            &PromptPanel::dismiss);
     stack->addLayout(row);
 
-    window->setFixedWidth(windowWidth);
+    window->setFixedWidth(Style::scaled(windowWidth));
     window->adjustSize();
+    window->setFixedHeight(window->heightForWidth(window->width()));
     place(window);
     window_ = window;
     window->show();

@@ -1,16 +1,20 @@
 #include "Vellumline/StatusMenu.h"
 
 #include "Vellumline/Style.h"
+#include "Vellumline/VellumlineMark.h"
 
 #include <QApplication>
-#include <QCursor>
-#include <QKeyEvent>
+#include <QLayout>
+#include <QMouseEvent>
 #include <QPainter>
-#include <QPointer>
 #include <QScreen>
-#include <QSystemTrayIcon>
+#include <QStyle>
+#include <QTimer>
 #include <QVBoxLayout>
+#include <QWindow>
 #include <algorithm>
+#include <cmath>
+#include <utility>
 
 namespace vellumline {
 
@@ -19,36 +23,45 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr auto reopenDelay = 250ms; // a click that just closed the panel must not open it again
+constexpr auto settleDelay = 50ms;
+constexpr auto animationDelay = 300ms; // shorter corrections show one still picture
+constexpr auto animationFrame = 150ms; // below 8 a second
+constexpr int animationFrames = 3;
 constexpr double margin = 4;
-constexpr double fallbackSize = 24;
+constexpr double buttonSide = 24;
 constexpr double fallbackInset = 28;
+constexpr QSize smallestContent(41, 21); // below that the content has not been laid out yet
 
 /// Screen coordinates whose y grows upward, with the origin at the bottom left of the primary screen.
-PanelRect upward(const QRect& rect) {
+PanelRect upward(const QRectF& rect) {
     const double primaryHeight = QGuiApplication::primaryScreen()->geometry().height();
-    return {static_cast<double>(rect.x()), primaryHeight - rect.y() - rect.height(),
-            static_cast<double>(rect.width()), static_cast<double>(rect.height())};
+    return {rect.x(), primaryHeight - rect.y() - rect.height(), rect.width(), rect.height()};
 }
 
-QPoint topLeft(const PanelRect& rect) {
+QRectF downward(const PanelRect& rect) {
     const double primaryHeight = QGuiApplication::primaryScreen()->geometry().height();
-    return {qRound(rect.x), qRound(primaryHeight - rect.maxY())};
+    return {rect.x, primaryHeight - rect.maxY(), rect.width, rect.height};
+}
+
+bool sameFrame(const PanelRect& a, const PanelRect& b) {
+    constexpr double tolerance = 0.5;
+    return std::abs(a.x - b.x) < tolerance && std::abs(a.y - b.y) < tolerance &&
+           std::abs(a.width - b.width) < tolerance && std::abs(a.height - b.height) < tolerance;
 }
 
 } // namespace
 
-/// The floating panel itself: frameless, above others, closing on Escape and when the user turns elsewhere.
-class MenuPanel : public QWidget {
+/// The floating panel itself: frameless, above others.
+class StatusMenuPanel : public QWidget {
   public:
-    MenuPanel(StatusMenu& menu, AppModel& model, MenuContent::Actions actions)
+    StatusMenuPanel(StatusMenu& menu, AppModel& model, const MenuContent::Actions& actions)
         : QWidget(nullptr, Qt::Tool | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint), menu_(menu),
-          model_(model) {
+          content_(new MenuContent(model, actions, this)) {
         setWindowTitle(QStringLiteral("Vellumline"));
         auto* layout = new QVBoxLayout(this);
         layout->setContentsMargins(1, 1, 1, 1);
-        layout->setSizeConstraint(QLayout::SetFixedSize);
-        content_ = new MenuContent(model, std::move(actions), this);
         layout->addWidget(content_);
+        layout->setSizeConstraint(QLayout::SetNoConstraint); // the menu sizes it, together with its place
     }
 
     MenuContent* content() const { return content_; }
@@ -57,67 +70,80 @@ class MenuPanel : public QWidget {
     void paintEvent(QPaintEvent* /*event*/) override {
         QPainter painter(this);
         QColor border = palette().color(QPalette::WindowText);
-        border.setAlpha(70);
+        constexpr int borderAlpha = 70;
+        border.setAlpha(borderAlpha);
         painter.setPen(border);
         painter.drawRect(rect().adjusted(0, 0, -1, -1));
     }
-    void keyPressEvent(QKeyEvent* event) override {
-        // While a shortcut is recorded, Escape belongs to the recorder.
-        if (event->key() == Qt::Key_Escape && !model_.recordingHotkey())
-            menu_.close();
-        else
-            QWidget::keyPressEvent(event);
-    }
     void changeEvent(QEvent* event) override {
         QWidget::changeEvent(event);
+        // Another window took over by the keyboard or on its own: a menu does not stay behind.
         if (event->type() == QEvent::ActivationChange && !isActiveWindow() && isVisible())
             menu_.close();
+    }
+    void closeEvent(QCloseEvent* event) override {
+        // The window manager's wish, as with Alt+F4: the panel is kept for the next time.
+        event->ignore();
+        menu_.close();
     }
 
   private:
     StatusMenu& menu_;
-    AppModel& model_;
     MenuContent* content_;
 };
 
-StatusMenu::StatusMenu(AppModel& model, MenuContent::Actions actions, HostGate whenHostIsReady, Clock& clock)
-    : model_(model), actions_(std::move(actions)), whenHostIsReady_(std::move(whenHostIsReady)),
-      clock_(clock) {}
+StatusMenu::StatusMenu(AppModel& model, MenuContent::Actions actions, Dependencies dependencies)
+    : model_(model), actions_(std::move(actions)), dependencies_(std::move(dependencies)) {}
 
-StatusMenu::~StatusMenu() = default;
-
-void StatusMenu::start() {
-    if (started_)
-        return;
-    started_ = true;
-    connect(&model_, &AppModel::busyChanged, this, &StatusMenu::updateIcon);
-    whenHostIsReady_([self = QPointer<StatusMenu>(this)] {
-        if (self)
-            self->showItem();
-    });
+StatusMenu::~StatusMenu() {
+    dependencies_.statusItem.onAction = {};
+    removeMonitors();
 }
 
-void StatusMenu::showItem() {
-    item_ = std::make_unique<QSystemTrayIcon>();
-    connect(item_.get(), &QSystemTrayIcon::activated, this, [this] {
-        clickedAt_ = QCursor::pos();
+void StatusMenu::start() {
+    if (std::exchange(started_, true))
+        return;
+    connect(&model_, &AppModel::busyChanged, this, &StatusMenu::updateIcon);
+    dependencies_.statusItem.onAction = [this](std::optional<QPoint> point) {
+        clickedAt_ = point;
         toggle();
-    });
+    };
     updateIcon();
-    item_->show();
+    dependencies_.statusItem.show();
 }
 
 void StatusMenu::updateIcon() {
-    if (!item_)
-        return;
-    const QColor color = QApplication::palette().color(QPalette::WindowText);
-    item_->setIcon(Style::icon(model_.busy() ? QStringLiteral("busy") : QStringLiteral("mark"), color));
-    item_->setToolTip(model_.busy() ? QStringLiteral("Vellumline, correcting")
-                                    : QStringLiteral("Vellumline"));
+    setImage(model_.busy() ? QStringLiteral("busy") : QString());
+    dependencies_.statusItem.setAccessibilityLabel(model_.busy() ? QStringLiteral("Vellumline, correcting")
+                                                                 : QStringLiteral("Vellumline"));
+    if (model_.busy() && !animating_)
+        animateWhileBusy();
+}
+
+void StatusMenu::setImage(const QString& symbol) {
+    dependencies_.statusItem.setImage([symbol](const QColor& color) {
+        return symbol.isEmpty() ? VellumlineMarkImage::image(color) : Style::icon(symbol, color);
+    });
+}
+
+QCoro::Task<void> StatusMenu::animateWhileBusy() {
+    // Desktops that want no animation say so through the widget style.
+    if (QApplication::style()->styleHint(QStyle::SH_Widget_Animation_Duration) <= 0)
+        co_return;
+    const QPointer<StatusMenu> self(this);
+    Clock& clock = dependencies_.clock;
+    animating_ = true;
+    co_await clock.sleepFor(animationDelay);
+    for (int frame = 0; self && self->model_.busy(); frame = (frame + 1) % animationFrames) {
+        self->setImage(QStringLiteral("busy-%1").arg(frame + 1));
+        co_await clock.sleepFor(animationFrame);
+    }
+    if (self)
+        self->animating_ = false;
 }
 
 void StatusMenu::toggle() {
-    if (closedAt_ && clock_.monotonic() - *closedAt_ < reopenDelay)
+    if (closedAt_ && dependencies_.clock.monotonic() - *closedAt_ < reopenDelay)
         return;
     if (isOpen())
         close();
@@ -129,57 +155,194 @@ bool StatusMenu::isOpen() const {
     return panel_ && panel_->isVisible();
 }
 
-void StatusMenu::show() {
+QWidget* StatusMenu::panel() const {
+    return panel_.get();
+}
+
+MenuContent* StatusMenu::content() const {
+    return panel_ ? panel_->content() : nullptr;
+}
+
+StatusMenuPanel& StatusMenu::buildPanel() {
     if (!panel_) {
-        panel_ = std::make_unique<MenuPanel>(*this, model_, actions_);
-        // Later: the content must not be measured from inside its own change.
+        panel_ = std::make_unique<StatusMenuPanel>(*this, model_, actions_);
+        // Later: the panel is never resized from inside a layout pass.
         connect(panel_->content(), &MenuContent::sizeMayHaveChanged, this, &StatusMenu::relayout,
                 Qt::QueuedConnection);
+        connect(panel_->content(), &MenuContent::pageChanged, this, &StatusMenu::relayoutSoon,
+                Qt::QueuedConnection);
+        if (dependencies_.preparePanel)
+            dependencies_.preparePanel(*panel_);
     }
-    panel_->content()->willShow();
+    return *panel_;
+}
+
+void StatusMenu::show() {
+    StatusMenuPanel& panel = buildPanel();
+    if (!panel.isVisible()) {
+        const auto front = dependencies_.workspace.frontmostApplication();
+        const bool isOwn = front && front->processIdentifier == QCoreApplication::applicationPid();
+        cameFrom_ = isOwn ? std::nullopt : front;
+    }
+    panel.content()->willShow();
     relayout();
-    panel_->show();
-    panel_->raise();
-    panel_->activateWindow();
+    panel.show();
+    panel.raise();
+    panel.activateWindow();
+    panel.setFocus(); // no row is chosen yet; Tab goes to the first
+    dependencies_.statusItem.setHighlighted(true);
+    installMonitors();
+    relayoutSoon();
 }
 
 void StatusMenu::close() {
     if (!isOpen())
         return;
-    closedAt_ = clock_.monotonic();
+    closedAt_ = dependencies_.clock.monotonic();
+    const bool hadInput = panel_->isActiveWindow();
     panel_->hide();
+    dependencies_.statusItem.setHighlighted(false);
+    removeMonitors();
+    if (hadInput)
+        giveInputBack();
 }
 
-PanelRect StatusMenu::anchor() const {
-    if (item_) {
-        const QRect geometry = item_->geometry();
-        if (geometry.width() > 1 && geometry.height() > 1)
-            return upward(geometry);
+void StatusMenu::giveInputBack() {
+    // Another window of ours that is open, the welcome window, gets it from the window manager.
+    if (const auto program = std::exchange(cameFrom_, std::nullopt))
+        dependencies_.workspace.activate(*program);
+}
+
+void StatusMenu::installMonitors() {
+    removeMonitors();
+    globalMonitor_ = dependencies_.mouseMonitor.addGlobalMonitor([this](QPoint position) {
+        // The item itself belongs to another program here, and its own action follows.
+        const QRectF item = downward(anchor());
+        if (!item.contains(position))
+            close();
+    });
+    QCoreApplication::instance()->installEventFilter(this);
+    localMonitor_ = true;
+    keyMonitor_ = dependencies_.keyMonitor.addLocalMonitor([this](const KeyPress& press) {
+        // While a shortcut is recorded, Escape belongs to the recorder.
+        if (press.keyCode != KeyCode::escape || model_.recordingHotkey())
+            return KeyMonitor::Handling::passOn;
+        close();
+        return KeyMonitor::Handling::swallow;
+    });
+}
+
+void StatusMenu::removeMonitors() {
+    if (const auto token = std::exchange(globalMonitor_, std::nullopt))
+        dependencies_.mouseMonitor.removeMonitor(*token);
+    if (std::exchange(localMonitor_, false) && QCoreApplication::instance() != nullptr)
+        QCoreApplication::instance()->removeEventFilter(this);
+    if (const auto token = std::exchange(keyMonitor_, std::nullopt))
+        dependencies_.keyMonitor.removeMonitor(*token);
+}
+
+bool StatusMenu::eventFilter(QObject* watched, QEvent* event) {
+    if (event->type() == QEvent::MouseButtonPress && watched->isWidgetType()) {
+        const auto* press = static_cast<QMouseEvent*>(event);
+        if (press->button() == Qt::LeftButton || press->button() == Qt::RightButton)
+            closeIfClickedOutside(static_cast<QWidget*>(watched)->window(),
+                                  press->globalPosition().toPoint());
     }
-    if (clickedAt_)
-        return upward(QRect(clickedAt_->x() - 1, clickedAt_->y() - 1, 2, 2));
-    const QRect visible = QGuiApplication::primaryScreen()->availableGeometry();
-    const PanelRect area = upward(visible);
-    return {area.maxX() - fallbackInset, area.maxY(), fallbackSize, fallbackSize};
+    return QObject::eventFilter(watched, event);
+}
+
+void StatusMenu::closeIfClickedOutside(const QWidget* window, QPoint position) {
+    if (!isOpen() || window == panel_.get())
+        return;
+    // An item that is embedded in the desktop's panel is a window of ours; its own action follows.
+    const auto item = dependencies_.statusItem.frame();
+    if (item && item->contains(position))
+        return;
+    close();
 }
 
 void StatusMenu::relayout() {
-    if (!panel_)
+    if (!panel_ || placing_)
         return;
     panel_->layout()->activate();
-    const QSize size = panel_->sizeHint();
+    const QSize size = panel_->layout()->sizeHint();
+    if (size.width() < smallestContent.width() || size.height() < smallestContent.height())
+        return;
+    const PanelRect target = frameAtStatusItem(size);
+    if (sameFrame(upward(panel_->geometry()), target))
+        return;
+    placing_ = true;
+    panel_->setGeometry(downward(target).toRect());
+    placing_ = false;
+}
+
+void StatusMenu::relayoutSoon() {
+    relayout();
+    QTimer::singleShot(0, this, &StatusMenu::relayout);
+    relayoutLater();
+}
+
+QCoro::Task<void> StatusMenu::relayoutLater() {
+    const QPointer<StatusMenu> self(this);
+    co_await dependencies_.clock.sleepFor(settleDelay);
+    if (self)
+        self->relayout();
+}
+
+PanelRect StatusMenu::frameAtStatusItem(QSize size) const {
     const PanelRect button = anchor();
+    const QScreen* screen = screenOf(button);
+    const PanelRect visible = screen != nullptr ? upward(screen->availableGeometry())
+                                                : PanelRect{0, 0, static_cast<double>(size.width()),
+                                                            static_cast<double>(size.height())};
+    return MenuPanelPlacement::frameAtAnyEdge(size.width(), size.height(), button, visible, margin);
+}
+
+const QScreen* StatusMenu::screenOf(const PanelRect& rect) const {
+    const QRectF area = downward(rect);
+    const auto screens = QGuiApplication::screens();
+    const auto found = std::ranges::find_if(
+        screens, [&](const QScreen* each) { return QRectF(each->geometry()).contains(area.center()); });
+    if (found != screens.end())
+        return *found;
+    return panel_ && panel_->isVisible() ? panel_->screen() : QGuiApplication::primaryScreen();
+}
+
+PanelRect StatusMenu::anchor() const {
+    const auto frame = dependencies_.statusItem.frame();
+    if (frame && frame->width() > 1 && frame->height() > 1)
+        return upward(*frame);
+    if (clickedAt_)
+        return clickedButtonFrame(*clickedAt_);
+    return fallbackButtonFrame();
+}
+
+PanelRect StatusMenu::clickedButtonFrame(QPoint point) const {
+    QRectF button(point.x() - buttonSide / 2, point.y() - buttonSide / 2, buttonSide, buttonSide);
+    const QScreen* screen = screenOf(upward(button));
+    if (screen != nullptr) {
+        // How thick the bar is, the visible area tells: the panel then stands beside the bar, not on it.
+        const QRectF full = screen->geometry();
+        const QRectF visible = screen->availableGeometry();
+        if (point.y() < visible.top())
+            button = QRectF(button.left(), full.top(), buttonSide, visible.top() - full.top());
+        else if (point.y() >= visible.bottom())
+            button = QRectF(button.left(), visible.bottom(), buttonSide, full.bottom() - visible.bottom());
+        else if (point.x() < visible.left())
+            button = QRectF(full.left(), button.top(), visible.left() - full.left(), buttonSide);
+        else if (point.x() >= visible.right())
+            button = QRectF(visible.right(), button.top(), full.right() - visible.right(), buttonSide);
+    }
+    return upward(button);
+}
+
+PanelRect StatusMenu::fallbackButtonFrame() const {
     const QScreen* screen =
-        QGuiApplication::screenAt(topLeft({button.midX(), button.y + button.height / 2, 0, 0}));
-    if (screen == nullptr)
-        screen = QGuiApplication::primaryScreen();
-    const PanelRect visible = upward(screen->availableGeometry());
-    PanelRect frame = MenuPanelPlacement::frame(size.width(), size.height(), button, visible, margin);
-    // The rule knows a bar at the top of the screen; under a bar at the bottom the panel would leave the
-    // screen.
-    if (frame.y < visible.y)
-        frame.y = std::min(button.maxY(), visible.maxY() - frame.height);
-    panel_->move(topLeft(frame));
+        panel_ && panel_->isVisible() ? panel_->screen() : QGuiApplication::primaryScreen();
+    const PanelRect area =
+        screen != nullptr ? upward(screen->availableGeometry())
+                          : (panel_ ? upward(panel_->geometry()) : PanelRect{0, 0, buttonSide, buttonSide});
+    return {area.maxX() - fallbackInset, area.maxY(), buttonSide, buttonSide};
 }
 
 } // namespace vellumline

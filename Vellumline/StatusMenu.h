@@ -2,54 +2,92 @@
 
 #include "Vellumline/AppModel.h"
 #include "Vellumline/MenuContent.h"
+#include "Vellumline/Platform/MouseMonitor.h"
+#include "Vellumline/Platform/StatusItem.h"
 #include "VellumlineCore/MenuPanelPlacement.h"
 
 #include <QObject>
 #include <QPoint>
+#include <QPointer>
 #include <functional>
 #include <memory>
 #include <optional>
 
-class QSystemTrayIcon;
+class QScreen;
 
 namespace vellumline {
 
-class MenuPanel;
+class StatusMenuPanel;
 
 /// The item in the desktop's panel and the menu that drops from it. Main thread only.
 class StatusMenu : public QObject {
     Q_OBJECT
   public:
-    /// `whenHostIsReady` calls its argument once, when a program that shows status items is there or none is
-    /// expected: Qt decides once, at the first use of a status item, which kind of host it talks to.
-    using HostGate = std::function<void(std::function<void()>)>;
+    /// What the menu needs from outside; all of it outlives the menu.
+    struct Dependencies {
+        StatusItem& statusItem;
+        MouseMonitor& mouseMonitor;
+        KeyMonitor& keyMonitor;
+        Workspace& workspace;
+        Clock& clock;
+        /// Tells the window manager what cannot be told through the toolkit; called once, before the panel is
+        /// shown.
+        std::function<void(QWidget& panel)> preparePanel;
+    };
 
-    StatusMenu(AppModel& model, MenuContent::Actions actions, HostGate whenHostIsReady, Clock& clock);
+    StatusMenu(AppModel& model, MenuContent::Actions actions, Dependencies dependencies);
     ~StatusMenu() override;
 
-    /// Creates the status item; again does nothing.
+    /// Shows the status item; again does nothing.
     void start();
     /// The item's action: opens the panel, or closes it. Nothing within 0.25 s of closing.
     void toggle();
     void show();
     void close();
     bool isOpen() const;
+    /// Fits the panel to its content and places it at the item, now.
+    void relayout();
+    /// The same now, on the next turn of the main loop, and 50 ms later, when late changes have settled.
+    void relayoutSoon();
+
+    /// The panel once it has been shown for the first time.
+    QWidget* panel() const;
+    MenuContent* content() const;
+
+  protected:
+    bool eventFilter(QObject* watched, QEvent* event) override;
 
   private:
-    void showItem();
+    StatusMenuPanel& buildPanel();
     void updateIcon();
-    void relayout();
+    void setImage(const QString& symbol);
+    QCoro::Task<void> animateWhileBusy();
+    QCoro::Task<void> relayoutLater();
+    void installMonitors();
+    void removeMonitors();
+    void closeIfClickedOutside(const QWidget* window, QPoint position);
+    void giveInputBack();
+    PanelRect frameAtStatusItem(QSize size) const;
     PanelRect anchor() const;
+    PanelRect clickedButtonFrame(QPoint point) const;
+    PanelRect fallbackButtonFrame() const;
+    const QScreen* screenOf(const PanelRect& rect) const;
 
     AppModel& model_;
     MenuContent::Actions actions_;
-    HostGate whenHostIsReady_;
-    Clock& clock_;
+    Dependencies dependencies_;
     bool started_ = false;
-    std::unique_ptr<QSystemTrayIcon> item_;
-    std::unique_ptr<MenuPanel> panel_;
-    std::optional<QPoint> clickedAt_; ///< where the item was clicked, for hosts that do not tell where it is
+    std::unique_ptr<StatusMenuPanel> panel_;
+    std::optional<QPoint>
+        clickedAt_; ///< where the item was pressed, for desktops that do not tell where it is
+    std::optional<MouseMonitor::Token> globalMonitor_;
+    bool localMonitor_ = false;
+    std::optional<KeyMonitor::Token> keyMonitor_;
     std::optional<std::chrono::nanoseconds> closedAt_;
+    bool placing_ = false;
+    std::optional<Workspace::Application>
+        cameFrom_; ///< the program that had the user's input before the panel
+    bool animating_ = false;
 };
 
 } // namespace vellumline

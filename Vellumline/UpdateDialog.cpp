@@ -8,7 +8,6 @@
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QLocale>
-#include <QPainter>
 #include <QPlainTextEdit>
 #include <QProgressBar>
 #include <QPushButton>
@@ -22,30 +21,12 @@ namespace {
 constexpr int windowWidth = 480;
 constexpr int inset = 24;
 constexpr int markSize = 48;
-constexpr int markRadius = 11;
-constexpr int markInset = 10;
 constexpr int columnSpacing = 18;
 constexpr int lineSpacing = 6;
 constexpr int partSpacing = 16;
 constexpr int buttonSpacing = 8;
 constexpr int notesHeight = 150;
 constexpr int progressHeight = 6;
-
-/// The program's mark on a tile of its green, the same on light and dark themes.
-QPixmap markTile(qreal scale) {
-    QPixmap tile(QSize(markSize, markSize) * scale);
-    tile.setDevicePixelRatio(scale);
-    tile.fill(Qt::transparent);
-    QPainter painter(&tile);
-    painter.setRenderHint(QPainter::Antialiasing);
-    painter.setPen(Qt::NoPen);
-    painter.setBrush(Style::brandColor());
-    painter.drawRoundedRect(0, 0, markSize, markSize, markRadius, markRadius);
-    Style::icon(QStringLiteral("mark"), Qt::white)
-        .paint(&painter,
-               QRect(0, 0, markSize, markSize).marginsRemoved({markInset, markInset, markInset, markInset}));
-    return tile;
-}
 
 QString dismissText(UpdateResult::Kind kind) {
     return kind == UpdateResult::Kind::newVersion ? QStringLiteral("Later") : QStringLiteral("OK");
@@ -62,7 +43,7 @@ UpdateDialog::UpdateDialog(QString currentVersion) : currentVersion_(std::move(c
     row->setContentsMargins(inset, inset, inset, inset);
     row->setSpacing(columnSpacing);
     auto* mark = new QLabel(this);
-    mark->setPixmap(markTile(devicePixelRatioF()));
+    mark->setPixmap(Style::applicationIcon().pixmap(QSize(markSize, markSize), devicePixelRatioF()));
     row->addWidget(mark, 0, Qt::AlignTop);
 
     auto* column = new QVBoxLayout;

@@ -10,11 +10,11 @@
 #include "Vellumline/OnboardingWindow.h"
 #include "Vellumline/Platform/Linux/AtSpiAccessibility.h"
 #include "Vellumline/Platform/Linux/DBusApplication.h"
+#include "Vellumline/Platform/Linux/DesktopStatusItem.h"
 #include "Vellumline/Platform/Linux/LocalService.h"
 #include "Vellumline/Platform/Linux/QtKeyMonitor.h"
 #include "Vellumline/Platform/Linux/SecretServiceKeychain.h"
 #include "Vellumline/Platform/Linux/SettingsDefaults.h"
-#include "Vellumline/Platform/Linux/StatusItemHost.h"
 #include "Vellumline/Platform/Linux/XdgAutostart.h"
 #include "Vellumline/Platform/QtHTTPTransport.h"
 #include "Vellumline/Platform/SystemClock.h"
@@ -22,6 +22,8 @@
 #include "Vellumline/Platform/X11/X11Connection.h"
 #include "Vellumline/Platform/X11/X11Hotkeys.h"
 #include "Vellumline/Platform/X11/X11KeyEvents.h"
+#include "Vellumline/Platform/X11/X11MouseMonitor.h"
+#include "Vellumline/Platform/X11/X11PanelWindow.h"
 #include "Vellumline/Platform/X11/X11Pasteboard.h"
 #include "Vellumline/Platform/X11/X11Workspace.h"
 #include "Vellumline/PromptPanel.h"
@@ -70,7 +72,7 @@ struct VellumlineApp::Parts {
     bool finishing = false;
 
     DBusApplication instance;
-    StatusItemHost statusItemHost;
+    DesktopStatusItem statusItem;
     SystemClock clock;
     SettingsDefaults defaults;
     AuthConfig config = AuthConfig::shared();
@@ -82,6 +84,7 @@ struct VellumlineApp::Parts {
     std::unique_ptr<X11SecureInput> secureInput;
     std::unique_ptr<X11Hotkeys> hotkeys;
     std::unique_ptr<X11Workspace> workspace;
+    X11MouseMonitor mouseMonitor;
     std::unique_ptr<AtSpiAccessibility> accessibility;
 
     SecretServiceKeychain keychain;
@@ -151,7 +154,7 @@ AppDelegate::Steps VellumlineApp::Parts::steps(VellumlineApp* app) {
     AppDelegate::Steps steps;
     steps.becomeAccessory = [] {
         QApplication::setQuitOnLastWindowClosed(false);
-        QApplication::setWindowIcon(Style::icon(QStringLiteral("mark"), Style::brandColor()));
+        QApplication::setWindowIcon(Style::applicationIcon());
     };
     steps.receiveLinks = [this](const std::function<void(QString)>& receive) {
         QObject::connect(&instance, &DBusApplication::linkOpened, &instance, receive);
@@ -186,18 +189,11 @@ AppDelegate::Steps VellumlineApp::Parts::steps(VellumlineApp* app) {
             onboarding->show();
         };
         actions.quit = [app] { app->quit(); };
-        statusMenu = std::make_unique<StatusMenu>(
-            *model, std::move(actions),
-            [this](std::function<void()> ready) {
-                // freedesktop.org System Tray Protocol: one selection a screen. Screens of one server are a
-                // thing of the past; Qt asks for the first one's, too.
-                const QByteArray tray = "_NET_SYSTEM_TRAY_S0";
-                const auto cookie = xcb_get_selection_owner(connection->raw(), connection->atom(tray));
-                const XcbReply<xcb_get_selection_owner_reply_t> reply(
-                    xcb_get_selection_owner_reply(connection->raw(), cookie, nullptr));
-                statusItemHost.whenReady(reply && reply->owner != XCB_WINDOW_NONE, std::move(ready));
-            },
-            clock);
+        actions.openLink = [this](const QUrl& link) { workspace->openURL(link); };
+        statusMenu = std::make_unique<StatusMenu>(*model, std::move(actions),
+                                                  StatusMenu::Dependencies{statusItem, mouseMonitor,
+                                                                           keyMonitor, *workspace, clock,
+                                                                           X11PanelWindow::prepare});
         statusMenu->start();
     };
     steps.showWelcomeWindow = [this] {

@@ -1,0 +1,119 @@
+#include "Vellumline/Platform/Linux/DesktopStatusItem.h"
+
+#include <QCursor>
+#include <QIconEngine>
+#include <QPainter>
+#include <QSystemTrayIcon>
+#include <utility>
+
+namespace vellumline {
+
+namespace {
+
+/// No host tells the colour of its panel. This one stands out at least 4.5 to 1 from both black and white
+/// (WCAG 2.1, 1.4.3), so that the item is seen on every panel.
+const QColor itemColor(0x76, 0x76, 0x76);
+
+/// A template image on the ground of a pressed button.
+class HighlightedIconEngine final : public QIconEngine {
+  public:
+    explicit HighlightedIconEngine(QIcon icon) : icon_(std::move(icon)) {}
+
+    void paint(QPainter* painter, const QRect& rect, QIcon::Mode /*mode*/, QIcon::State /*state*/) override {
+        constexpr double radiusShare = 0.2;
+        constexpr double insetShare = 0.12;
+        constexpr int groundAlpha = 90;
+        QColor ground = itemColor;
+        ground.setAlpha(groundAlpha);
+        painter->save();
+        painter->setRenderHint(QPainter::Antialiasing);
+        painter->setPen(Qt::NoPen);
+        painter->setBrush(ground);
+        painter->drawRoundedRect(rect, rect.width() * radiusShare, rect.height() * radiusShare);
+        const int inset = qRound(rect.width() * insetShare);
+        icon_.paint(painter, rect.adjusted(inset, inset, -inset, -inset));
+        painter->restore();
+    }
+    QPixmap pixmap(const QSize& size, QIcon::Mode mode, QIcon::State state) override {
+        QPixmap drawn(size);
+        drawn.fill(Qt::transparent);
+        QPainter painter(&drawn);
+        paint(&painter, drawn.rect(), mode, state);
+        return drawn;
+    }
+    QIconEngine* clone() const override { return new HighlightedIconEngine(icon_); }
+
+  private:
+    QIcon icon_;
+};
+
+} // namespace
+
+DesktopStatusItem::DesktopStatusItem(QDBusConnection bus, QObject* parent)
+    : QObject(parent), notifier_(std::move(bus)) {
+    connect(&notifier_, &StatusNotifierItem::shownChanged, this, &DesktopStatusItem::hostChanged);
+    connect(&notifier_, &StatusNotifierItem::activated, this, &DesktopStatusItem::pressed);
+}
+
+DesktopStatusItem::~DesktopStatusItem() = default;
+
+void DesktopStatusItem::show() {
+    notifier_.start();
+}
+
+void DesktopStatusItem::hostChanged() {
+    if (notifier_.isShown()) {
+        embedded_.reset();
+        return;
+    }
+    // Made only while no watcher is on the bus: the toolkit then embeds, now and for good.
+    embedded_ = std::make_unique<QSystemTrayIcon>();
+    connect(embedded_.get(), &QSystemTrayIcon::activated, this, &DesktopStatusItem::pressed);
+    apply();
+    embedded_->show();
+}
+
+void DesktopStatusItem::pressed() {
+    // The pointer is on the item; what hosts send as its place is not always a place on the screen.
+    if (onAction)
+        onAction(QCursor::pos());
+}
+
+void DesktopStatusItem::setImage(const Image& image) {
+    image_ = image;
+    apply();
+}
+
+void DesktopStatusItem::setAccessibilityLabel(const QString& label) {
+    label_ = label;
+    notifier_.setLabel(label);
+    if (embedded_)
+        embedded_->setToolTip(label);
+}
+
+void DesktopStatusItem::setHighlighted(bool highlighted) {
+    if (std::exchange(highlighted_, highlighted) != highlighted)
+        apply();
+}
+
+void DesktopStatusItem::apply() {
+    if (!image_)
+        return;
+    QIcon icon = image_(itemColor);
+    if (highlighted_)
+        icon = QIcon(new HighlightedIconEngine(std::move(icon)));
+    notifier_.setIcon(icon);
+    if (embedded_) {
+        embedded_->setIcon(icon);
+        embedded_->setToolTip(label_);
+    }
+}
+
+std::optional<QRect> DesktopStatusItem::frame() const {
+    if (!embedded_)
+        return std::nullopt;
+    const QRect geometry = embedded_->geometry();
+    return geometry.width() > 1 && geometry.height() > 1 ? std::optional(geometry) : std::nullopt;
+}
+
+} // namespace vellumline
