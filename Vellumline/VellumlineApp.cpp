@@ -158,10 +158,7 @@ AppDelegate::Steps VellumlineApp::Parts::steps(VellumlineApp* app) {
     };
     steps.receiveLinks = [this](const std::function<void(QString)>& receive) {
         QObject::connect(&instance, &DBusApplication::linkOpened, &instance, receive);
-        QObject::connect(&instance, &DBusApplication::activated, &instance, [this] {
-            if (statusMenu)
-                statusMenu->show();
-        });
+        QObject::connect(&instance, &DBusApplication::activated, &instance, [this] { statusMenu->show(); });
     };
     steps.makeModel = [this]() -> AppModel& {
         model = std::make_unique<AppModel>(
@@ -209,6 +206,12 @@ QCoro::Task<void> VellumlineApp::Parts::start(VellumlineApp* app) {
     if (!alive)
         co_return;
     if (claim == DBusApplication::Claim::another) {
+        // The request that this process was started for is delivered to the instance that has the name; it
+        // may well be a link, so that the panel is not asked for here.
+        if (options.startedByBus && options.links.isEmpty()) {
+            QCoreApplication::exit(0);
+            co_return;
+        }
         const QStringList links = options.links;
         const bool taken = co_await instance.handOver(links);
         if (!taken)
@@ -233,6 +236,7 @@ QCoro::Task<void> VellumlineApp::Parts::start(VellumlineApp* app) {
     delegate->applicationDidFinishLaunching();
     for (const QString& link : std::as_const(options.links))
         delegate->handleGetURLEvent(link);
+    instance.deliver();
 }
 
 QCoro::Task<void> VellumlineApp::Parts::finish() {

@@ -13,6 +13,7 @@ class VellumlineApp : public QObject {
   public:
     struct Options {
         QStringList links; ///< links of the program's scheme given on the command line, as they arrived
+        bool startedByBus = false;     ///< what the program was started for follows on the session bus
         bool startLocalService = true; ///< when the origin is a loopback address
     };
 

@@ -54,6 +54,10 @@ int main(int argc, char** argv) {
         QStringLiteral("no-local-service"),
         QStringLiteral("Do not start the correction service on this machine when it is not running."));
     parser.addOption(noLocalService);
+    const QCommandLineOption startedByBus(
+        QStringLiteral("bus-activated"),
+        QStringLiteral("The session bus started the program and delivers the request for it."));
+    parser.addOption(startedByBus);
     parser.addPositionalArgument(QStringLiteral("link"),
                                  QStringLiteral("A vellumline:// link from the browser."),
                                  QStringLiteral("[link]"));
@@ -76,7 +80,8 @@ int main(int argc, char** argv) {
     QApplication::setDesktopFileName(QStringLiteral("com.kelthorne.vellumline"));
     QApplication::setQuitOnLastWindowClosed(false);
 
-    vellumline::VellumlineApp app({parser.positionalArguments(), !parser.isSet(noLocalService)});
+    vellumline::VellumlineApp app(
+        {parser.positionalArguments(), parser.isSet(startedByBus), !parser.isSet(noLocalService)});
     QSocketNotifier signalNotifier(signalDescriptor, QSocketNotifier::Read);
     QObject::connect(&signalNotifier, &QSocketNotifier::activated, &app, [&app] {
         std::uint64_t count = 0;

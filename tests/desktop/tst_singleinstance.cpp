@@ -35,6 +35,7 @@ class SingleInstanceTest : public QObject {
         Instance first("first");
         Instance second("second");
         QCOMPARE(first.claim(), DBusApplication::Claim::first);
+        first.application.deliver();
         QCOMPARE(second.claim(), DBusApplication::Claim::another);
         // The text arrives as it was: capitals, escapes and all.
         const QString link = QStringLiteral("Vellumline://Auth?handoff=a%20B&x=é");
@@ -48,10 +49,32 @@ class SingleInstanceTest : public QObject {
         Instance first("first");
         Instance second("second");
         QCOMPARE(first.claim(), DBusApplication::Claim::first);
+        first.application.deliver();
         QCOMPARE(second.claim(), DBusApplication::Claim::another);
         QVERIFY(QCoro::waitFor(second.application.handOver({})));
         QTRY_COMPARE(first.activations.count(), 1);
         QCOMPARE(first.links.count(), 0);
+    }
+
+    void whatArrivesWhileTheProgramStartsIsKeptInItsOrder() {
+        Instance first("first");
+        Instance second("second");
+        QCOMPARE(first.claim(), DBusApplication::Claim::first);
+        const QString one = QStringLiteral("vellumline://sign-in");
+        const QString two = QStringLiteral("vellumline://auth?handoff=0123456789abcdef");
+        QStringList order;
+        QObject::connect(&first.application, &DBusApplication::linkOpened,
+                         [&order](const QString& link) { order.append(link); });
+        QObject::connect(&first.application, &DBusApplication::activated,
+                         [&order] { order.append(QStringLiteral("activated")); });
+        QVERIFY(QCoro::waitFor(second.application.handOver({one})));
+        QVERIFY(QCoro::waitFor(second.application.handOver({})));
+        QVERIFY(QCoro::waitFor(second.application.handOver({two})));
+        QCOMPARE(order, QStringList());
+        first.application.deliver();
+        QCOMPARE(order, QStringList({one, QStringLiteral("activated"), two}));
+        first.application.deliver();
+        QCOMPARE(order.size(), 3);
     }
 
     void theNameIsFreeWhenTheFirstHasEnded() {

@@ -3,6 +3,7 @@
 #include <QCoroDBusPendingCall>
 #include <QDBusMessage>
 #include <QDBusPendingReply>
+#include <utility>
 
 namespace vellumline {
 
@@ -53,16 +54,37 @@ QCoro::Task<bool> DBusApplication::handOver(QStringList links) {
     co_return answer.type() == QDBusMessage::ReplyMessage;
 }
 
+void DBusApplication::deliver() {
+    delivering_ = true;
+    const QList<Request> waiting = std::exchange(waiting_, {});
+    for (const Request& request : waiting)
+        announce(request);
+}
+
+void DBusApplication::receive(Request request) {
+    if (delivering_)
+        announce(request);
+    else
+        waiting_.append(std::move(request));
+}
+
+void DBusApplication::announce(const Request& request) {
+    if (request)
+        Q_EMIT linkOpened(*request);
+    else
+        Q_EMIT activated();
+}
+
 DBusApplicationAdaptor::DBusApplicationAdaptor(DBusApplication* application)
     : QDBusAbstractAdaptor(application), application_(application) {}
 
 void DBusApplicationAdaptor::Activate(const QVariantMap& /*platformData*/) {
-    Q_EMIT application_->activated();
+    application_->receive(std::nullopt);
 }
 
 void DBusApplicationAdaptor::Open(const QStringList& uris, const QVariantMap& /*platformData*/) {
     for (const QString& uri : uris)
-        Q_EMIT application_->linkOpened(uri);
+        application_->receive(uri);
 }
 
 void DBusApplicationAdaptor::ActivateAction(const QString& /*name*/, const QVariantList& /*parameter*/,

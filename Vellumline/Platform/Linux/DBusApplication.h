@@ -3,9 +3,11 @@
 #include <QCoroTask>
 #include <QDBusAbstractAdaptor>
 #include <QDBusConnection>
+#include <QList>
 #include <QObject>
 #include <QStringList>
 #include <QVariantMap>
+#include <optional>
 
 namespace vellumline {
 
@@ -30,6 +32,10 @@ class DBusApplication : public QObject {
     /// Gives links to the running instance, or, with none, asks it to show itself. False when it did not take
     /// them within 5 s.
     QCoro::Task<bool> handOver(QStringList links);
+    /// Announces what has arrived since the claim, in its order, and from now on everything at once. The bus
+    /// starts the program for a request and delivers it as soon as the name is taken, which is before there
+    /// is anything that could answer it.
+    void deliver();
 
   Q_SIGNALS:
     /// The user started the program again without a link.
@@ -38,7 +44,15 @@ class DBusApplication : public QObject {
     void linkOpened(QString link);
 
   private:
+    friend class DBusApplicationAdaptor;
+    /// No link: the program was asked to show itself.
+    using Request = std::optional<QString>;
+    void receive(Request request);
+    void announce(const Request& request);
+
     QDBusConnection bus_;
+    QList<Request> waiting_;
+    bool delivering_ = false;
 };
 
 /// The D-Bus face of DBusApplication; the interface fixes the names of its methods.
