@@ -2,15 +2,13 @@
 
 import argparse
 import os
-import shlex
-import socket
 import subprocess
 import sys
 import time
 
 from desktop import (MARKER_TARGETS, Failure, Programs, activate, active_window, click, clipboard, close_window_of,
-                     editable_text_of, press, run, same_contents, say, screenshot, selected_text_of, service_port,
-                     shows_text, text_of, wait_for, window_of)
+                     editable_text_of, press, run, same_contents, say, screenshot, selected_text_of, service_answers,
+                     service_port, set_default_browser, shows_text, text_of, wait_for, window_of)
 
 SENTENCE = "i has went to the shop yesterday and buyed three apple."
 EXPECTED = "I went to the shop yesterday and bought three apples."
@@ -24,39 +22,6 @@ EDITORS = {
     "kate": ("Qt 5, KDE", ["kate", "--startanon", "--new", "{file}"]),
     "gnome-text-editor": ("GTK 4", ["gnome-text-editor", "--standalone", "{file}"]),
 }
-
-
-def service_answers(port):
-    try:
-        with socket.create_connection(("127.0.0.1", port), 0.3):
-            return True
-    except OSError:
-        return False
-
-
-def set_up_browser(output):
-    """Makes demo/scripted-browser the default browser of this session, as a user would choose one."""
-    applications = os.path.join(os.environ["XDG_DATA_HOME"], "applications")
-    os.makedirs(applications, exist_ok=True)
-    # One word and %u: xdg-open splits an Exec line at spaces and leaves quotes in it as they are.
-    program = os.path.join(os.environ["XDG_DATA_HOME"], "scripted-browser")
-    with open(program, "w", encoding="utf-8") as script:
-        words = ["/usr/bin/python3", os.path.join(HERE, "scripted_browser.py"), output]
-        script.write("#!/bin/sh\nexec " + " ".join(shlex.quote(word) for word in words) + ' "$1"\n')
-    os.chmod(program, 0o755)
-    with open(os.path.join(applications, "scripted-browser.desktop"), "w", encoding="utf-8") as entry:
-        entry.write(f"""[Desktop Entry]
-Type=Application
-Name=Scripted browser
-Exec={program} %u
-MimeType=x-scheme-handler/http;x-scheme-handler/https;
-NoDisplay=true
-""")
-    run("update-desktop-database", applications)
-    for scheme in ("http", "https"):
-        run("xdg-mime", "default", "scripted-browser.desktop", "x-scheme-handler/" + scheme)
-    # xdg-open asks BROWSER only where the desktop has no answer of its own.
-    os.environ.pop("BROWSER", None)
 
 
 def signed_in():
@@ -223,7 +188,7 @@ def main():
         if service_answers(port):
             raise Failure(f"something answers at port {port} already")
         run("xsetroot", "-solid", "#3b5b7a")
-        set_up_browser(output)
+        set_default_browser("/usr/bin/python3", os.path.join(HERE, "scripted_browser.py"), output)
         if run(os.path.join(ROOT, "scripts", "install-desktop-entry.sh"),
                os.path.join(build, "Vellumline", "vellumline")) is None:
             raise Failure("the desktop entry could not be installed")

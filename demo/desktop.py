@@ -2,6 +2,7 @@
 
 import hashlib
 import os
+import shlex
 import signal
 import socket
 import subprocess
@@ -49,6 +50,40 @@ def service_port():
         port = probe.getsockname()[1]
     os.environ["VELLUMLINE_ORIGIN"] = f"http://127.0.0.1:{port}"
     return port
+
+
+def service_answers(port):
+    try:
+        with socket.create_connection(("127.0.0.1", port), 0.3):
+            return True
+    except OSError:
+        return False
+
+
+def set_default_browser(*words):
+    """Makes a command, which gets the address as its last argument, the default browser of this session, as a user
+    would choose one."""
+    data = os.environ["XDG_DATA_HOME"]
+    applications = os.path.join(data, "applications")
+    os.makedirs(applications, exist_ok=True)
+    # One word and %u: xdg-open splits an Exec line at spaces and leaves quotes in it as they are.
+    program = os.path.join(data, "default-browser")
+    with open(program, "w", encoding="utf-8") as script:
+        script.write("#!/bin/sh\nexec " + " ".join(shlex.quote(word) for word in words) + ' "$1"\n')
+    os.chmod(program, 0o755)
+    with open(os.path.join(applications, "default-browser.desktop"), "w", encoding="utf-8") as entry:
+        entry.write(f"""[Desktop Entry]
+Type=Application
+Name=Default browser
+Exec={program} %u
+MimeType=x-scheme-handler/http;x-scheme-handler/https;
+NoDisplay=true
+""")
+    run("update-desktop-database", applications)
+    for scheme in ("http", "https"):
+        run("xdg-mime", "default", "default-browser.desktop", "x-scheme-handler/" + scheme)
+    # xdg-open asks BROWSER only where the desktop has no answer of its own.
+    os.environ.pop("BROWSER", None)
 
 
 def run(*command, timeout=20):

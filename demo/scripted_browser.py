@@ -181,8 +181,8 @@ class LoginPage(html.parser.HTMLParser):
             self.link = attributes["href"]
 
 
-def with_plain_client(address, say):
-    say("Chromium or chromedriver is not installed: a plain HTTP client fills the login form in instead")
+def link_behind(address):
+    """The program's link behind the login page: the form is filled in by a plain HTTP client."""
     opener = urllib.request.build_opener(urllib.request.ProxyHandler({}), urllib.request.HTTPCookieProcessor())
 
     def page_at(target, data=None):
@@ -200,7 +200,12 @@ def with_plain_client(address, say):
         page = page_at(target, filled.encode()) if page.method == "post" else page_at(f"{target}?{filled}")
     if page.link is None:
         raise RuntimeError(f"no {SCHEME}: link on the page after the sign-in")
-    subprocess.run(["xdg-open", page.link], stdin=subprocess.DEVNULL, check=False)
+    return page.link
+
+
+def with_plain_client(address, say):
+    say("Chromium or chromedriver is not installed: a plain HTTP client fills the login form in instead")
+    subprocess.run(["xdg-open", link_behind(address)], stdin=subprocess.DEVNULL, check=False)
     say("opened the page's link with xdg-open")
 
 
