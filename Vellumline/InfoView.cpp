@@ -69,7 +69,8 @@ QLayout* InfoView::factRow(const QString& name, QWidget* value) {
     row->setSpacing(factSpacing);
     Style::Label* label = Style::caption(this);
     label->setText(name);
-    label->setFixedWidth(std::max(Style::scaled(nameWidth), label->fontMetrics().horizontalAdvance(longestName) + 1));
+    label->setFixedWidth(
+        std::max(Style::scaled(nameWidth), label->fontMetrics().horizontalAdvance(longestName) + 1));
     row->addWidget(label);
     row->addWidget(value, 1);
     return row;

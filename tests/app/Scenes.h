@@ -142,8 +142,10 @@ inline QList<Scene> menuScenes() {
         {menu, state("free with one left"), signedInStage(account("free", 29, 30, "")), main},
         {menu, state("free used up"), signedInStage(account("free", 30, 30, "")), main},
         {menu, state("monthly"), signedInStage(account("monthly", 412, 30, "")), main},
-        {menu, state("yearly canceled"), signedInStage(account("yearly", 412, 30, ",\"renewalCanceled\":true")), main},
-        {menu, state("payment failed"), signedInStage(account("monthly", 412, 30, ",\"pastDue\":true")), main},
+        {menu, state("yearly canceled"),
+         signedInStage(account("yearly", 412, 30, ",\"renewalCanceled\":true")), main},
+        {menu, state("payment failed"), signedInStage(account("monthly", 412, 30, ",\"pastDue\":true")),
+         main},
         {menu, state("paid"), signedInStage(account("paid", 412, 30, "")), main},
         {menu, state("closed"), signedInStage(account("monthly", 412, 30, ",\"closed\":true")), main},
         {menu, state("correcting"), signedInStage(account("paid", 412, 30, "")),
@@ -176,16 +178,21 @@ inline QList<Scene> menuScenes() {
          }},
     };
     using Problem = RewriteProblem::Kind;
-    const std::pair<const char*, Problem> problems[] = {
-        {"nothing selected", Problem::noSelection},   {"read only", Problem::readOnly},
-        {"password field", Problem::secureField},     {"too long", Problem::tooLong},
-        {"offline", Problem::offline},                {"timed out", Problem::timedOut},
-        {"model unavailable", Problem::modelUnavailable}, {"rate limited", Problem::rateLimited},
-        {"monthly limit", Problem::monthlyLimit},     {"free limit", Problem::freeLimit},
-        {"account closed", Problem::accountClosed},   {"failed", Problem::failed}};
+    const std::pair<const char*, Problem> problems[] = {{"nothing selected", Problem::noSelection},
+                                                        {"read only", Problem::readOnly},
+                                                        {"password field", Problem::secureField},
+                                                        {"too long", Problem::tooLong},
+                                                        {"offline", Problem::offline},
+                                                        {"timed out", Problem::timedOut},
+                                                        {"model unavailable", Problem::modelUnavailable},
+                                                        {"rate limited", Problem::rateLimited},
+                                                        {"monthly limit", Problem::monthlyLimit},
+                                                        {"free limit", Problem::freeLimit},
+                                                        {"account closed", Problem::accountClosed},
+                                                        {"failed", Problem::failed}};
     for (const auto& [name, problem] : problems)
-        scenes.append({menu, QStringLiteral("problem ") + state(name), signedInStage(account("paid", 4, 30, "")),
-                       [problem = problem](Stage& stage) {
+        scenes.append({menu, QStringLiteral("problem ") + state(name),
+                       signedInStage(account("paid", 4, 30, "")), [problem = problem](Stage& stage) {
                            stage.model().setStatus(MenuStatus::problem(problem));
                            return stage.openMenu();
                        }});
@@ -221,7 +228,8 @@ inline QList<Scene> otherPageScenes() {
         {settings, state("shortcut of another app"), signedOutStage,
          [record](Stage& stage) {
              stage.fakes->hotkeyMonitor.registerBinding(HotkeyBinding::load(stage.fakes->defaults));
-             stage.fakes->hotkeys.takeElsewhere(40, (HotkeyModifiers::control | HotkeyModifiers::option).carbonFlags());
+             stage.fakes->hotkeys.takeElsewhere(
+                 40, (HotkeyModifiers::control | HotkeyModifiers::option).carbonFlags());
              record(stage, {40, HotkeyModifiers::control | HotkeyModifiers::option, QStringLiteral("k")});
              return stage.openMenu(MenuContent::Page::settings);
          }},

@@ -17,8 +17,10 @@ int main(int argc, char** argv) {
     parser.setApplicationDescription(QStringLiteral("Draws every state of every page into a folder."));
     parser.addHelpOption();
     const QCommandLineOption dark(QStringLiteral("dark"), QStringLiteral("The dark colours."));
-    const QCommandLineOption highContrast(QStringLiteral("high-contrast"), QStringLiteral("The strong colours."));
-    const QCommandLineOption rightToLeft(QStringLiteral("right-to-left"), QStringLiteral("The layout mirrored."));
+    const QCommandLineOption highContrast(QStringLiteral("high-contrast"),
+                                          QStringLiteral("The strong colours."));
+    const QCommandLineOption rightToLeft(QStringLiteral("right-to-left"),
+                                         QStringLiteral("The layout mirrored."));
     const QCommandLineOption text(QStringLiteral("text"), QStringLiteral("The text size in percent."),
                                   QStringLiteral("percent"), QStringLiteral("100"));
     parser.addOptions({dark, highContrast, rightToLeft, text});

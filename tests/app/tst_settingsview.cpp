@@ -104,8 +104,8 @@ class SettingsViewTest : public QObject {
 
     void aShortcutOfAnotherAppIsNamed() {
         const Settings f;
-        f.fakes->hotkeys.takeElsewhere(
-            40, (HotkeyModifiers::control | HotkeyModifiers::option).carbonFlags());
+        f.fakes->hotkeys.takeElsewhere(40,
+                                       (HotkeyModifiers::control | HotkeyModifiers::option).carbonFlags());
         f.button("Change")->click();
         f.pressKey({40, HotkeyModifiers::control | HotkeyModifiers::option, QStringLiteral("k")});
         QVERIFY(f.label("Another app already uses ⌃⌥K."));
@@ -194,7 +194,9 @@ class SettingsViewTest : public QObject {
     }
 
     void aBuildWithoutVersionShowsNone() {
-        InfoView view({{}, QStringLiteral("Somebody"), QUrl(QStringLiteral("https://www.example.org")),
+        InfoView view({{},
+                       QStringLiteral("Somebody"),
+                       QUrl(QStringLiteral("https://www.example.org")),
                        QStringLiteral("help@example.org")},
                       {});
         view.show();

@@ -304,8 +304,9 @@ class StatusMenuTest : public QObject {
         FakeStatusItem item;
         FakeMouseMonitor mouse;
         {
-            StatusMenu menu(f->model(), {},
-                            {item, mouse, f->fakes->keyMonitor, f->fakes->workspace, f->fakes->service.clock, {}});
+            StatusMenu menu(
+                f->model(), {},
+                {item, mouse, f->fakes->keyMonitor, f->fakes->workspace, f->fakes->service.clock, {}});
             menu.start();
             menu.show();
             QCOMPARE(mouse.monitorCount(), 1U);

@@ -70,7 +70,7 @@ void X11MouseMonitor::handle(const xcb_generic_event_t& event) {
     // A raw event has no position; the pointer is still where it was pressed.
     const QPoint position = QCursor::pos();
     if (QApplication::topLevelAt(position) != nullptr)
-        return; // a press in a window of ours
+        return;                      // a press in a window of ours
     const auto monitors = monitors_; // a handler may remove itself
     for (const auto& [token, handler] : monitors)
         handler(position);
