@@ -13,6 +13,7 @@
 #include <QPushButton>
 #include <QScreen>
 #include <QVBoxLayout>
+#include <algorithm>
 
 namespace vellumline {
 
@@ -25,8 +26,9 @@ constexpr int columnSpacing = 18;
 constexpr int lineSpacing = 6;
 constexpr int partSpacing = 16;
 constexpr int buttonSpacing = 8;
-constexpr int notesHeight = 150;
-constexpr int progressHeight = 6;
+constexpr int notesMargin = 8;
+constexpr int tallestNotes = 168;
+constexpr int progressHeight = 4;
 
 QString dismissText(UpdateResult::Kind kind) {
     return kind == UpdateResult::Kind::newVersion ? QStringLiteral("Later") : QStringLiteral("OK");
@@ -35,9 +37,8 @@ QString dismissText(UpdateResult::Kind kind) {
 } // namespace
 
 UpdateDialog::UpdateDialog(QString currentVersion) : currentVersion_(std::move(currentVersion)) {
+    setWindowFlags(Qt::Dialog | Qt::CustomizeWindowHint | Qt::WindowTitleHint | Qt::WindowCloseButtonHint);
     setWindowTitle(QStringLiteral("Software Update"));
-    setModal(false);
-    setFixedWidth(windowWidth);
 
     auto* row = new QHBoxLayout(this);
     row->setContentsMargins(inset, inset, inset, inset);
@@ -53,23 +54,28 @@ UpdateDialog::UpdateDialog(QString currentVersion) : currentVersion_(std::move(c
     column->addSpacing(lineSpacing);
     detail_ = Style::callout({}, this);
     column->addWidget(detail_);
-    published_ = Style::caption(this);
-    published_->setContentsMargins(0, lineSpacing, 0, 0);
-    column->addWidget(published_);
+    versions_ = Style::caption(this);
+    versions_->setContentsMargins(0, lineSpacing, 0, 0);
+    column->addWidget(versions_);
     progress_ = new QProgressBar(this);
     progress_->setRange(0, 0);
     progress_->setTextVisible(false);
     progress_->setFixedHeight(progressHeight);
+    // Plain styles paint a bar of unknown length as a full one.
+    progress_->setStyleSheet(
+        QStringLiteral("QProgressBar { background: palette(mid); border: none; }"
+                       "QProgressBar::chunk { background: palette(highlight); width: 64px; }"));
     progress_->setAccessibleName(QStringLiteral("Looking for updates"));
     column->addSpacing(lineSpacing);
     column->addWidget(progress_);
     notes_ = new QPlainTextEdit(this);
     notes_->setReadOnly(true);
     notes_->setTabChangesFocus(true);
-    notes_->setFixedHeight(notesHeight);
+    notes_->document()->setDocumentMargin(notesMargin);
     notes_->setAccessibleName(QStringLiteral("What is new"));
     column->addSpacing(lineSpacing);
     column->addWidget(notes_);
+    column->addStretch();
     column->addSpacing(partSpacing);
 
     auto* buttons = new QHBoxLayout;
@@ -151,7 +157,7 @@ void UpdateDialog::showMessage(const QString& headline, const QString& detail) {
     detail_->setVisible(!detail.isEmpty());
     setAccessibleName(headline);
     setAccessibleDescription(detail);
-    published_->hide();
+    versions_->hide();
     progress_->hide();
     notes_->hide();
     open_->hide();
@@ -160,14 +166,15 @@ void UpdateDialog::showMessage(const QString& headline, const QString& detail) {
 }
 
 void UpdateDialog::showNewVersion(const AppcastItem& item) {
-    const QString have = QStringLiteral("You have version %1.").arg(currentVersion_);
-    showMessage(QStringLiteral("Vellumline %1 is available").arg(item.version.text()),
-                item.title.isEmpty() ? have : item.title + QLatin1Char('\n') + have);
-    if (item.published.isValid()) {
-        published_->setText(QStringLiteral("Published ") +
-                            QLocale::c().toString(item.published.date(), QStringLiteral("d MMMM yyyy")));
-        published_->show();
-    }
+    showMessage(QStringLiteral("Vellumline %1 is available").arg(item.version.text()), item.title);
+    QString versions = QStringLiteral("You have version %1.").arg(currentVersion_);
+    if (item.published.isValid())
+        versions = QStringLiteral("Published %1. ")
+                       .arg(QLocale::c().toString(item.published.date(), QStringLiteral("d MMMM yyyy"))) +
+                   versions;
+    versions_->setText(versions);
+    versions_->show();
+    setAccessibleDescription((item.title + QLatin1Char(' ') + versions).trimmed());
     notes_->setPlainText(item.notes);
     notes_->setVisible(!item.notes.isEmpty());
     page_ = item.link.isEmpty() ? item.enclosure.url : item.link;
@@ -178,13 +185,24 @@ void UpdateDialog::showNewVersion(const AppcastItem& item) {
 }
 
 void UpdateDialog::fit() {
-    layout()->activate();
-    adjustSize();
-    const QScreen* screen = isVisible() ? this->screen() : QGuiApplication::screenAt(QCursor::pos());
+    if (!notes_->isHidden()) {
+        const int textWidth = windowWidth - 2 * inset - markSize - columnSpacing - 2 * notesMargin;
+        const QRect text = notes_->fontMetrics().boundingRect(QRect(0, 0, textWidth, tallestNotes),
+                                                              Qt::TextWordWrap, notes_->toPlainText());
+        // One line more, as the text is wrapped a little narrower than that.
+        notes_->setFixedHeight(
+            std::min(text.height() + notes_->fontMetrics().lineSpacing() + 2 * notesMargin, tallestNotes));
+    }
+    // adjustSize() would take the height that the texts need in their own, narrower width.
+    const QPoint center = geometry().center();
+    setFixedSize(windowWidth, layout()->totalHeightForWidth(windowWidth));
+    const QScreen* screen = isVisible() ? nullptr : QGuiApplication::screenAt(QCursor::pos());
     if (screen == nullptr)
         screen = QGuiApplication::primaryScreen();
-    if (screen != nullptr && !isVisible())
+    if (!isVisible() && screen != nullptr)
         move(screen->availableGeometry().center() - rect().center());
+    else
+        move(center - rect().center());
 }
 
 } // namespace vellumline

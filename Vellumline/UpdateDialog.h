@@ -37,7 +37,7 @@ class UpdateDialog final : public QDialog {
 
     QLabel* headline_;
     QLabel* detail_;
-    QLabel* published_;
+    QLabel* versions_;
     QProgressBar* progress_;
     QPlainTextEdit* notes_;
     QPushButton* dismiss_;

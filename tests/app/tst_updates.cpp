@@ -267,8 +267,8 @@ class UpdatesTest : public QObject {
         f.queueSigned(feedWith("1.10.0"));
         f.check();
         const QStringList texts = {QStringLiteral("Vellumline 1.10.0 is available"),
-                                   QStringLiteral("A calmer panel\nYou have version 1.2.0."),
-                                   QStringLiteral("Published 3 March 2027")};
+                                   QStringLiteral("A calmer panel"),
+                                   QStringLiteral("Published 3 March 2027. You have version 1.2.0.")};
         QCOMPARE(f.texts(), texts);
         const auto* notes = f.dialog()->findChild<QPlainTextEdit*>();
         QVERIFY(notes->isVisible() && notes->isReadOnly());
