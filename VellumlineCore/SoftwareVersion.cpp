@@ -47,14 +47,14 @@ std::weak_ordering SoftwareVersion::compare(const SuffixPart& one, const SuffixP
 std::weak_ordering operator<=>(const SoftwareVersion& one, const SoftwareVersion& other) {
     for (qsizetype i = 0; i < std::max(one.numbers_.size(), other.numbers_.size()); ++i) {
         const auto result = one.numbers_.value(i, 0) <=> other.numbers_.value(i, 0);
-        if (result != 0)
+        if (std::is_neq(result))
             return result;
     }
     if (one.suffix_.isEmpty() != other.suffix_.isEmpty())
         return one.suffix_.isEmpty() ? std::weak_ordering::greater : std::weak_ordering::less;
     for (qsizetype i = 0; i < std::min(one.suffix_.size(), other.suffix_.size()); ++i) {
         const auto result = SoftwareVersion::compare(one.suffix_.at(i), other.suffix_.at(i));
-        if (result != 0)
+        if (std::is_neq(result))
             return result;
     }
     return one.suffix_.size() <=> other.suffix_.size();

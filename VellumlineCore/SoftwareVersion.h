@@ -24,7 +24,7 @@ class SoftwareVersion {
     /// before the longer, letters without regard to case. Two that are written differently may be equal.
     friend std::weak_ordering operator<=>(const SoftwareVersion& one, const SoftwareVersion& other);
     friend bool operator==(const SoftwareVersion& one, const SoftwareVersion& other) {
-        return (one <=> other) == 0;
+        return std::is_eq(one <=> other);
     }
 
   private:
