@@ -61,6 +61,7 @@ UpdateDialog* UpdaterController::makeDialog() {
 
 void UpdaterController::present(Focus focus) {
     dialog_->setAttribute(Qt::WA_ShowWithoutActivating, focus == Focus::leave);
+    dialog_->setWindowState(dialog_->windowState() & ~Qt::WindowMinimized);
     dialog_->show();
     dialog_->raise();
     if (focus == Focus::take)

@@ -378,6 +378,9 @@ class UpdatesTest : public QObject {
         QCOMPARE(f.texts().at(0), QStringLiteral("Updates could not be looked for"));
         QCOMPARE(f.transport.requests.size(), 1);
         QCOMPARE(openDialogs(), 1);
+        dialog->showMinimized();
+        f.updates.checkForUpdates();
+        QVERIFY(dialog->isVisible() && !dialog->isMinimized());
     }
 
     void closedTheNextPressLooksAgain() {
