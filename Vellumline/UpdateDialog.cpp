@@ -1,7 +1,5 @@
 #include "Vellumline/UpdateDialog.h"
 
-#include "Vellumline/Style.h"
-
 #include <QAccessible>
 #include <QCursor>
 #include <QGuiApplication>
@@ -10,7 +8,6 @@
 #include <QLocale>
 #include <QPlainTextEdit>
 #include <QProgressBar>
-#include <QPushButton>
 #include <QScreen>
 #include <QVBoxLayout>
 #include <algorithm>
@@ -30,10 +27,6 @@ constexpr int notesMargin = 8;
 constexpr int tallestNotes = 168;
 constexpr int progressHeight = 4;
 
-QString dismissText(UpdateResult::Kind kind) {
-    return kind == UpdateResult::Kind::newVersion ? QStringLiteral("Later") : QStringLiteral("OK");
-}
-
 } // namespace
 
 UpdateDialog::UpdateDialog(QString currentVersion) : currentVersion_(std::move(currentVersion)) {
@@ -43,8 +36,9 @@ UpdateDialog::UpdateDialog(QString currentVersion) : currentVersion_(std::move(c
     auto* row = new QHBoxLayout(this);
     row->setContentsMargins(inset, inset, inset, inset);
     row->setSpacing(columnSpacing);
+    const int side = Style::scaled(markSize);
     auto* mark = new QLabel(this);
-    mark->setPixmap(Style::applicationIcon().pixmap(QSize(markSize, markSize), devicePixelRatioF()));
+    mark->setPixmap(Style::applicationIcon().pixmap(QSize(side, side), devicePixelRatioF()));
     row->addWidget(mark, 0, Qt::AlignTop);
 
     auto* column = new QVBoxLayout;
@@ -71,10 +65,11 @@ UpdateDialog::UpdateDialog(QString currentVersion) : currentVersion_(std::move(c
     notes_ = new QPlainTextEdit(this);
     notes_->setReadOnly(true);
     notes_->setTabChangesFocus(true);
-    notes_->document()->setDocumentMargin(notesMargin);
     notes_->setAccessibleName(QStringLiteral("What is new"));
+    notesField_ = new Style::Field(this);
+    notesField_->setEditor(notes_);
     column->addSpacing(lineSpacing);
-    column->addWidget(notes_);
+    column->addWidget(notesField_);
     column->addStretch();
     column->addSpacing(partSpacing);
 
@@ -84,16 +79,17 @@ UpdateDialog::UpdateDialog(QString currentVersion) : currentVersion_(std::move(c
     dismiss_ = Style::button({}, this);
     connect(dismiss_, &QPushButton::clicked, this, &UpdateDialog::reject);
     buttons->addWidget(dismiss_);
-    open_ = Style::prominentButton({}, this);
-    connect(open_, &QPushButton::clicked, this, [this] {
+    proceed_ = Style::prominentButton({}, this);
+    connect(proceed_, &QPushButton::clicked, this, [this] {
         const QUrl page = page_;
         accept();
-        Q_EMIT pageWanted(page);
+        if (!page.isEmpty())
+            Q_EMIT pageWanted(page);
     });
-    buttons->addWidget(open_);
+    buttons->addWidget(proceed_);
     // Return presses the button that has the focus, and the default one when none has it.
     dismiss_->setAutoDefault(true);
-    open_->setAutoDefault(true);
+    proceed_->setAutoDefault(true);
     column->addLayout(buttons);
     row->addLayout(column, 1);
 }
@@ -102,7 +98,10 @@ void UpdateDialog::showChecking() {
     showMessage(QStringLiteral("Looking for updates…"), {});
     checking_ = true;
     progress_->show();
+    proceed_->hide();
     dismiss_->setText(QStringLiteral("Cancel"));
+    dismiss_->show();
+    dismiss_->setFocus();
     fit();
 }
 
@@ -143,7 +142,6 @@ void UpdateDialog::showResult(const UpdateResult& result) {
                         .arg(currentVersion_));
         break;
     }
-    dismiss_->setText(dismissText(result.kind));
     fit();
     // The window stays while its text changes: a screen reader is told to read it.
     QAccessibleEvent event(this, QAccessible::Alert);
@@ -159,10 +157,13 @@ void UpdateDialog::showMessage(const QString& headline, const QString& detail) {
     setAccessibleDescription(detail);
     versions_->hide();
     progress_->hide();
-    notes_->hide();
-    open_->hide();
-    dismiss_->setDefault(true);
-    dismiss_->setFocus();
+    notesField_->hide();
+    dismiss_->hide();
+    page_.clear();
+    proceed_->setText(QStringLiteral("OK"));
+    proceed_->show();
+    proceed_->setDefault(true);
+    proceed_->setFocus();
 }
 
 void UpdateDialog::showNewVersion(const AppcastItem& item) {
@@ -176,26 +177,32 @@ void UpdateDialog::showNewVersion(const AppcastItem& item) {
     versions_->show();
     setAccessibleDescription((item.title + QLatin1Char(' ') + versions).trimmed());
     notes_->setPlainText(item.notes);
-    notes_->setVisible(!item.notes.isEmpty());
+    notesField_->setVisible(!item.notes.isEmpty());
     page_ = item.link.isEmpty() ? item.enclosure.url : item.link;
-    open_->setText(item.link.isEmpty() ? QStringLiteral("Download") : QStringLiteral("Open download page"));
-    open_->show();
-    open_->setDefault(true);
-    open_->setFocus();
+    proceed_->setText(item.link.isEmpty() ? QStringLiteral("Download")
+                                          : QStringLiteral("Open download page"));
+    dismiss_->setText(QStringLiteral("Later"));
+    dismiss_->show();
+}
+
+void UpdateDialog::fitNotes() {
+    const int tallest = Style::scaled(tallestNotes);
+    const int textWidth =
+        Style::scaled(windowWidth) - 2 * inset - Style::scaled(markSize) - columnSpacing - 2 * notesMargin;
+    const QFontMetrics metrics = notes_->fontMetrics();
+    const int height =
+        metrics.boundingRect(QRect(0, 0, textWidth, tallest), Qt::TextWordWrap, notes_->toPlainText())
+            .height();
+    // One line more, as the text is wrapped a little narrower than that.
+    notesField_->setFixedHeight(std::min(height + metrics.lineSpacing() + 2 * notesMargin, tallest));
 }
 
 void UpdateDialog::fit() {
-    if (!notes_->isHidden()) {
-        const int textWidth = windowWidth - 2 * inset - markSize - columnSpacing - 2 * notesMargin;
-        const QRect text = notes_->fontMetrics().boundingRect(QRect(0, 0, textWidth, tallestNotes),
-                                                              Qt::TextWordWrap, notes_->toPlainText());
-        // One line more, as the text is wrapped a little narrower than that.
-        notes_->setFixedHeight(
-            std::min(text.height() + notes_->fontMetrics().lineSpacing() + 2 * notesMargin, tallestNotes));
-    }
+    fitNotes();
     // adjustSize() would take the height that the texts need in their own, narrower width.
     const QPoint center = geometry().center();
-    setFixedSize(windowWidth, layout()->totalHeightForWidth(windowWidth));
+    const int width = Style::scaled(windowWidth);
+    setFixedSize(width, layout()->totalHeightForWidth(width));
     const QScreen* screen = isVisible() ? nullptr : QGuiApplication::screenAt(QCursor::pos());
     if (screen == nullptr)
         screen = QGuiApplication::primaryScreen();

@@ -1,18 +1,17 @@
 #pragma once
 
+#include "Vellumline/Style.h"
 #include "Vellumline/UpdateCheck.h"
 
 #include <QDialog>
 
-class QLabel;
 class QPlainTextEdit;
 class QProgressBar;
-class QPushButton;
 
 namespace vellumline {
 
 /// The one window of the updates: that the feed is being looked at, and then what came of it. The program
-/// goes on beside it. Escape and the window's close button are the same as its first button.
+/// goes on beside it. Escape and the window's close button open nothing.
 class UpdateDialog final : public QDialog {
     Q_OBJECT
   public:
@@ -29,19 +28,21 @@ class UpdateDialog final : public QDialog {
   private:
     void showMessage(const QString& headline, const QString& detail);
     void showNewVersion(const AppcastItem& item);
+    void fitNotes();
     void fit();
 
     QString currentVersion_;
-    QUrl page_;
+    QUrl page_; ///< what proceed_ opens; nothing when empty
     bool checking_ = false;
 
-    QLabel* headline_;
-    QLabel* detail_;
-    QLabel* versions_;
+    Style::Label* headline_;
+    Style::Label* detail_;
+    Style::Label* versions_;
     QProgressBar* progress_;
+    Style::Field* notesField_;
     QPlainTextEdit* notes_;
-    QPushButton* dismiss_;
-    QPushButton* open_;
+    Style::Button* dismiss_;
+    Style::Button* proceed_;
 };
 
 } // namespace vellumline

@@ -4,6 +4,7 @@
 #include "Vellumline/PromptPanel.h"
 #include "Vellumline/StatusMenu.h"
 #include "Vellumline/Style.h"
+#include "Vellumline/UpdateDialog.h"
 #include "fakes/FakeMouseMonitor.h"
 #include "fakes/FakeStatusItem.h"
 #include "fakes/ModelOnFakes.h"
@@ -61,6 +62,15 @@ struct Stage {
         settle();
         return prompts.window();
     }
+    QWidget* openUpdate(const std::optional<UpdateResult>& result) {
+        if (result)
+            update.showResult(*result);
+        else
+            update.showChecking();
+        update.show();
+        settle();
+        return &update;
+    }
     void settle() {
         for (int i = 0; i < 3; ++i)
             QTest::qWait(1);
@@ -74,11 +84,12 @@ struct Stage {
     StatusMenu menu;
     OnboardingWindow onboarding;
     PromptPanel prompts;
+    UpdateDialog update{QStringLiteral("0.1.0")};
 };
 
 /// One state of one page, as a person meets it.
 struct Scene {
-    QString place; ///< "menu", "settings", "about", "welcome window", "prompt"
+    QString place; ///< "menu", "settings", "about", "welcome window", "prompt", "update"
     QString state;
     std::function<std::unique_ptr<Stage>()> make;
     std::function<QWidget*(Stage&)> open;
@@ -293,8 +304,41 @@ inline QList<Scene> otherPageScenes() {
     };
 }
 
+inline QList<Scene> updateScenes() {
+    using Kind = UpdateResult::Kind;
+    const auto scene = [](const char* state, const std::optional<UpdateResult>& result) {
+        return Scene{QStringLiteral("update"), QString::fromUtf8(state), signedOutStage,
+                     [result](Stage& stage) { return stage.openUpdate(result); }};
+    };
+    AppcastItem item;
+    item.version = *SoftwareVersion::parse(QStringLiteral("0.2.0"));
+    item.enclosure.url = QUrl(QStringLiteral("https://example.org/vellumline-0.2.0.tar.gz"));
+    const AppcastItem bare = item;
+    item.title = QStringLiteral("A calmer panel");
+    item.link = QUrl(QStringLiteral("https://example.org/0.2.0"));
+    item.published = QDateTime({2027, 3, 3}, {9, 30}, Qt::UTC);
+    item.notes =
+        QStringLiteral("- The panel opens where the pointer is.\n- Function keys can be the shortcut.");
+    AppcastItem wordy = item;
+    wordy.title = QStringLiteral(
+        "A calmer panel, corrections that keep paragraphs, and many small things that were in the way");
+    wordy.notes =
+        QStringLiteral("- A selection over several paragraphs keeps its empty lines, in every editor.\n")
+            .repeated(12);
+    return {scene("looking", std::nullopt),
+            scene("new version", UpdateResult{Kind::newVersion, item, 0}),
+            scene("new version with much to say", UpdateResult{Kind::newVersion, wordy, 0}),
+            scene("new version without notes", UpdateResult{Kind::newVersion, bare, 0}),
+            scene("newest version", UpdateResult{Kind::newest, {}, 0}),
+            scene("offline", UpdateResult{Kind::offline, {}, 0}),
+            scene("timed out", UpdateResult{Kind::timedOut, {}, 0}),
+            scene("refused", UpdateResult{Kind::refused, {}, 404}),
+            scene("not verified", UpdateResult{Kind::unverified, {}, 0}),
+            scene("not valid", UpdateResult{Kind::invalid, {}, 0})};
+}
+
 inline QList<Scene> allScenes() {
-    return menuScenes() + otherPageScenes();
+    return menuScenes() + otherPageScenes() + updateScenes();
 }
 
 } // namespace vellumline::test

@@ -2,6 +2,7 @@
 #include "Vellumline/Updates.h"
 #include "fakes/ModelOnFakes.h"
 #include "fakes/SignedFeed.h"
+#include "tests/app/VisibleTexts.h"
 
 #include <QFile>
 #include <QLabel>
@@ -49,26 +50,22 @@ struct UpdatesOnFakes {
     /// The labels that are to be seen, in their order.
     QStringList texts() const {
         QStringList result;
-        for (const QLabel* label : dialog()->findChildren<QLabel*>()) {
-            if (label->isVisible() && !label->text().isEmpty())
-                result.append(label->text());
+        for (const QWidget* each : test::visibleTexts(dialog())) {
+            if (qobject_cast<const QLabel*>(each))
+                result.append(test::textOf(each));
+        }
+        return result;
+    }
+    QStringList buttons() const {
+        QStringList result;
+        for (const QWidget* each : test::visibleTexts(dialog())) {
+            if (qobject_cast<const QPushButton*>(each))
+                result.append(test::textOf(each));
         }
         return result;
     }
     QPushButton* button(const char* text) const {
-        for (QPushButton* each : dialog()->findChildren<QPushButton*>()) {
-            if (each->isVisible() && each->text() == QLatin1String(text))
-                return each;
-        }
-        return nullptr;
-    }
-    QStringList buttons() const {
-        QStringList result;
-        for (const QPushButton* each : dialog()->findChildren<QPushButton*>()) {
-            if (each->isVisible())
-                result.append(each->text());
-        }
-        return result;
+        return qobject_cast<QPushButton*>(test::button(dialog(), QLatin1String(text)));
     }
     /// Lets whatever is due happen.
     static void settle() {
