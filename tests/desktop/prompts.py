@@ -135,10 +135,14 @@ def keys_go_on_into_the_editor_behind_a_prompt(session, editor):
 
 @with_editor
 def a_second_press_shows_the_same_question_again(session, editor):
+    windows = set()
     for _ in range(3):
         editor.press_shortcut()
         session.expect_prompt(SIGN_IN)
         editor.expect_untouched()
+        windows.add(session.x_window())
+    if len(windows) != 1:
+        raise Failure("another window took the place of the first")
 
 
 @with_editor

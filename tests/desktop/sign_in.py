@@ -21,7 +21,8 @@ class Browser:
             script.write(f"""#!/bin/sh
 echo $$ >'{self.pid_file}'
 exec chromium --no-sandbox --test-type --no-first-run --no-default-browser-check \\
-    --disable-gpu --disable-dev-shm-usage --password-store=basic --disable-sync --disable-background-networking --disable-component-update \\
+    --disable-gpu --disable-dev-shm-usage --password-store=basic --disable-sync \\
+    --disable-background-networking --disable-component-update \\
     --force-renderer-accessibility --window-size=900,700 --window-position=60,40 \\
     --user-data-dir="$(mktemp -d "$XDG_RUNTIME_DIR/profile.XXXXXX")" "$1" >'{launcher}.log' 2>&1
 """)
