@@ -62,7 +62,8 @@ def a_link_starts_a_program_whose_folder_has_a_space_in_its_name(session):
     program = os.path.join(folder, "vellumline")
     os.makedirs(folder, exist_ok=True)
     shutil.copy2(session.program, program)
-    session.install(program)
+    if session.install(program).count("Installed") != 2 or session.install(program) != "":
+        raise Failure("installing a second time is not the same as installing once")
     try:
         for opener in (("gio", "open"), ("env", "XDG_CURRENT_DESKTOP=", "xdg-open"), None):
             if opener:
@@ -100,6 +101,20 @@ def the_loser_of_two_starts_at_once_opens_no_panel(session):
     session.wait_for_login_page()
     if session.panel():
         raise Failure("the panel was opened")
+
+
+def links_of_several_starts_at_once_all_arrive(session):
+    starts = [session.programs.start(f"start-{number}", session.program, SIGN_IN_LINK) for number in range(4)]
+    session.wait_for_program()
+    wait_for("each link to open a page", 15, lambda: len(session.opened()) == len(starts), 0.05)
+    wait_for("the other starts to end", 10, lambda: sum(start.poll() is None for start in starts) == 1)
+    if sorted(start.poll() or 0 for start in starts) != [0] * len(starts):
+        raise Failure(f"the starts ended with {[start.poll() for start in starts]}")
+    # Only the newest of the four sign-ins is waited for, and nobody knows which page that is.
+    links = [link_behind(address) for address in session.opened()]
+    session.forget_opened()
+    if len(set(links)) != len(starts):
+        raise Failure("two pages have one link")
 
 
 # A sign-in that runs
@@ -280,6 +295,7 @@ CASES = [
     the_bus_starts_the_program_with_its_panel_open,
     a_sign_in_link_starts_the_program_and_the_sign_in,
     the_loser_of_two_starts_at_once_opens_no_panel,
+    links_of_several_starts_at_once_all_arrive,
     the_link_of_the_sign_in_signs_in,
     a_repeated_link_changes_nothing,
     a_link_that_this_program_did_not_start_is_refused,

@@ -84,9 +84,13 @@ class Session:
         if "VELLUMLINE_ORIGIN" in os.environ:
             run("dbus-update-activation-environment", "VELLUMLINE_ORIGIN")
 
-    def install(self, program):
-        if run(os.path.join(ROOT, "scripts", "install-desktop-entry.sh"), program) is None:
+    @staticmethod
+    def install(program):
+        """Installs the desktop entry and the bus's file; what the script has to say about it."""
+        said = run(os.path.join(ROOT, "scripts", "install-desktop-entry.sh"), program)
+        if said is None:
             raise Failure("the desktop entry could not be installed")
+        return said.decode()
 
     # The service
 
