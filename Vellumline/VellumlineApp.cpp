@@ -23,6 +23,7 @@
 #include "Vellumline/Platform/X11/X11Hotkeys.h"
 #include "Vellumline/Platform/X11/X11KeyEvents.h"
 #include "Vellumline/Platform/X11/X11MouseMonitor.h"
+#include "Vellumline/Platform/X11/X11PanelColor.h"
 #include "Vellumline/Platform/X11/X11PanelWindow.h"
 #include "Vellumline/Platform/X11/X11Pasteboard.h"
 #include "Vellumline/Platform/X11/X11Workspace.h"
@@ -72,7 +73,8 @@ struct VellumlineApp::Parts {
     bool finishing = false;
 
     DBusApplication instance;
-    DesktopStatusItem statusItem;
+    DesktopStatusItem statusItem{
+        [this] { return connection ? X11PanelColor::read(*connection) : std::nullopt; }};
     SystemClock clock;
     SettingsDefaults defaults;
     AuthConfig config = AuthConfig::shared();

@@ -10,20 +10,23 @@ namespace vellumline {
 
 namespace {
 
-/// No host tells the colour of its panel. This one stands out at least 4.5 to 1 from both black and white
-/// (WCAG 2.1, 1.4.3), so that the item is seen on every panel.
-const QColor itemColor(0x76, 0x76, 0x76);
+const QColor colorOnDark(0xee, 0xee, 0xee);
+const QColor colorOnLight(0x33, 0x33, 0x33);
+/// Where the panel's ground is not known: stands out at least 4.5 to 1 from both black and white (WCAG 2.1,
+/// 1.4.3).
+const QColor colorOnAnything(0x76, 0x76, 0x76);
+constexpr int middleLightness = 128;
 
 /// A template image on the ground of a pressed button.
 class HighlightedIconEngine final : public QIconEngine {
   public:
-    explicit HighlightedIconEngine(QIcon icon) : icon_(std::move(icon)) {}
+    HighlightedIconEngine(QIcon icon, QColor color) : icon_(std::move(icon)), color_(std::move(color)) {}
 
     void paint(QPainter* painter, const QRect& rect, QIcon::Mode /*mode*/, QIcon::State /*state*/) override {
         constexpr double radiusShare = 0.2;
         constexpr double insetShare = 0.12;
-        constexpr int groundAlpha = 90;
-        QColor ground = itemColor;
+        constexpr int groundAlpha = 60;
+        QColor ground = color_;
         ground.setAlpha(groundAlpha);
         painter->save();
         painter->setRenderHint(QPainter::Antialiasing);
@@ -41,16 +44,18 @@ class HighlightedIconEngine final : public QIconEngine {
         paint(&painter, drawn.rect(), mode, state);
         return drawn;
     }
-    QIconEngine* clone() const override { return new HighlightedIconEngine(icon_); }
+    QIconEngine* clone() const override { return new HighlightedIconEngine(icon_, color_); }
 
   private:
     QIcon icon_;
+    QColor color_;
 };
 
 } // namespace
 
-DesktopStatusItem::DesktopStatusItem(QDBusConnection bus, QObject* parent)
-    : QObject(parent), notifier_(std::move(bus)) {
+DesktopStatusItem::DesktopStatusItem(PanelColor panelColor, QDBusConnection bus, QObject* parent)
+    : QObject(parent), panelColor_(std::move(panelColor)), color_(colorOnAnything),
+      notifier_(std::move(bus)) {
     connect(&notifier_, &StatusNotifierItem::shownChanged, this, &DesktopStatusItem::hostChanged);
     connect(&notifier_, &StatusNotifierItem::activated, this, &DesktopStatusItem::pressed);
 }
@@ -62,8 +67,10 @@ void DesktopStatusItem::show() {
 }
 
 void DesktopStatusItem::hostChanged() {
+    chooseColor();
     if (notifier_.isShown()) {
         embedded_.reset();
+        apply();
         return;
     }
     // Made only while no watcher is on the bus: the toolkit then embeds, now and for good.
@@ -71,6 +78,14 @@ void DesktopStatusItem::hostChanged() {
     connect(embedded_.get(), &QSystemTrayIcon::activated, this, &DesktopStatusItem::pressed);
     apply();
     embedded_->show();
+}
+
+void DesktopStatusItem::chooseColor() {
+    const std::optional<QColor> panel = panelColor_ ? panelColor_() : std::nullopt;
+    if (panel)
+        color_ = panel->lightness() < middleLightness ? colorOnDark : colorOnLight;
+    else
+        color_ = colorOnAnything;
 }
 
 void DesktopStatusItem::pressed() {
@@ -92,16 +107,19 @@ void DesktopStatusItem::setAccessibilityLabel(const QString& label) {
 }
 
 void DesktopStatusItem::setHighlighted(bool highlighted) {
-    if (std::exchange(highlighted_, highlighted) != highlighted)
-        apply();
+    if (std::exchange(highlighted_, highlighted) == highlighted)
+        return;
+    // Panels come later than the program and change with the desktop's theme; now there is time to look.
+    chooseColor();
+    apply();
 }
 
 void DesktopStatusItem::apply() {
     if (!image_)
         return;
-    QIcon icon = image_(itemColor);
+    QIcon icon = image_(color_);
     if (highlighted_)
-        icon = QIcon(new HighlightedIconEngine(std::move(icon)));
+        icon = QIcon(new HighlightedIconEngine(std::move(icon), color_));
     notifier_.setIcon(icon);
     if (embedded_) {
         embedded_->setIcon(icon);

@@ -17,7 +17,11 @@ namespace vellumline {
 class DesktopStatusItem final : public QObject, public StatusItem {
     Q_OBJECT
   public:
-    explicit DesktopStatusItem(QDBusConnection bus = QDBusConnection::sessionBus(),
+    /// The ground of the desktop's panels, when it can be told.
+    using PanelColor = std::function<std::optional<QColor>()>;
+
+    explicit DesktopStatusItem(PanelColor panelColor = {},
+                               QDBusConnection bus = QDBusConnection::sessionBus(),
                                QObject* parent = nullptr);
     ~DesktopStatusItem() override;
 
@@ -30,9 +34,12 @@ class DesktopStatusItem final : public QObject, public StatusItem {
 
   private:
     void hostChanged();
+    void chooseColor();
     void apply();
     void pressed();
 
+    PanelColor panelColor_;
+    QColor color_;
     StatusNotifierItem notifier_;
     std::unique_ptr<QSystemTrayIcon> embedded_;
     Image image_;
