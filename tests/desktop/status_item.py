@@ -96,6 +96,8 @@ HOSTS = {
     # Hosts of StatusNotifierItems, which keep the place to themselves.
     "xfce4-panel": ("xfce4-panel", XFCE),
     "lxqt-panel": ("lxqt-panel", LXQT),
+    "late-xfce4-panel": ("xfce4-panel", XFCE),
+    "late-lxqt-panel": ("lxqt-panel", LXQT),
 }
 
 SENTENCE = "i has went to the shop yesterday and buyed three apple."
@@ -246,6 +248,45 @@ def check_place(box, item, name):
         check(box[1] - 4 <= middle[1] <= box[3] + 4, "it stands at the item")
 
 
+def registered_items():
+    answer = run("gdbus", "call", "--session", "--dest", "org.kde.StatusNotifierWatcher", "--object-path",
+                 "/StatusNotifierWatcher", "--method", "org.freedesktop.DBus.Properties.Get",
+                 "org.kde.StatusNotifierWatcher", "RegisteredStatusNotifierItems") or b""
+    return answer.count(b"StatusNotifierItem")
+
+
+def late_host(name, programs, options, output):
+    """A panel that comes after the program, as at login, and comes again after it was restarted."""
+    program = programs.start("vellumline", os.path.join(options.build, "Vellumline", "vellumline"), "--no-local-service")
+    wait_for("the program", 15, lambda: b"true" in (run(
+        "gdbus", "call", "--session", "--dest", "org.freedesktop.DBus", "--object-path", "/org/freedesktop/DBus",
+        "--method", "org.freedesktop.DBus.NameHasOwner", "com.kelthorne.vellumline") or b""), 0.1)
+    time.sleep(0.5)
+    for when in ("late", "restarted"):
+        host = start_host(name, programs)
+        wait_for("the item to be registered", 20, lambda: registered_items() == 1, 0.1)
+        area = wait_for("its place on the screen", 20, lambda: work_area() != (0, 0, 1280, 800) and work_area(), 0.1)
+        wait_for("the item", 15, lambda: light_box(picture(output, when), area), 0.2)
+        check(True, f"a panel that is {when} shows the item")
+        programs.end(host)
+        wait_for("the panel to be gone", 10, lambda: not host_is_ready(name), 0.1)
+    check(program.poll() is None, "the program runs on without a panel")
+    # Nothing is unreachable without one.
+    run(os.path.join(options.build, "Vellumline", "vellumline"))
+    _, box = wait_for("the panel of the menu", 5, lambda: panel_window(program.pid))
+    check(box[1] == 0 and box[2] == 1276, "a second start opens the menu in the corner")
+    check(programs.end(program), "the program ends when asked")
+
+
+def light_box(image, area):
+    """The box of what is light outside of the work area, or None."""
+    light = image.convert("L").point([0] * 200 + [255] * 56)
+    light.paste(0, area)
+    light.paste(0, (0, 0, 640, 800))  # the separator's handle
+    box = light.getbbox()
+    return box if box and 10 <= box[2] - box[0] <= 40 else None
+
+
 def selected(node):
     text = node.get_text_iface()
     if Atspi.Text.get_n_selections(text) == 0:
@@ -278,6 +319,9 @@ def main():
         if screen_of(name) != SCREENS[False]:
             run("xrandr", "--setmonitor", "left", "640/170x800/200+0+0", "screen")
             run("xrandr", "--setmonitor", "right", "640/170x800/200+640+0", "none")
+        if name.startswith("late-"):
+            late_host(name, programs, options, output)
+            return 0
         start_host(name, programs)
         wait_for("the panel of the desktop", 20, lambda: host_is_ready(name), 0.1)
         wait_for("its place on the screen", 20, lambda: work_area() != (0, 0, 1280, 800), 0.1)
