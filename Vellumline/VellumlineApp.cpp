@@ -12,6 +12,7 @@
 #include "Vellumline/Platform/Linux/DBusApplication.h"
 #include "Vellumline/Platform/Linux/DesktopStatusItem.h"
 #include "Vellumline/Platform/Linux/LocalService.h"
+#include "Vellumline/Platform/Linux/PortalAppearance.h"
 #include "Vellumline/Platform/Linux/QtKeyMonitor.h"
 #include "Vellumline/Platform/Linux/SecretServiceKeychain.h"
 #include "Vellumline/Platform/Linux/SettingsDefaults.h"
@@ -58,6 +59,21 @@ QString legacySessionFile() {
            QStringLiteral("/com.kelthorne.vellumline/session.json");
 }
 
+/// Whether the desktop hands its own colours to the toolkit; then they are used.
+bool desktopHasPalette() {
+    return !qEnvironmentVariableIsEmpty("QT_QPA_PLATFORMTHEME") ||
+           qEnvironmentVariable("XDG_CURRENT_DESKTOP")
+               .split(QLatin1Char(':'))
+               .contains(QStringLiteral("KDE"), Qt::CaseInsensitive);
+}
+
+void adoptAppearance(const PortalAppearance& appearance) {
+    const bool dark = appearance.colorScheme() == PortalAppearance::ColorScheme::dark;
+    QApplication::setPalette(
+        Style::palette(dark ? Style::ColorScheme::dark : Style::ColorScheme::light,
+                       appearance.wantsHighContrast() ? Style::Contrast::high : Style::Contrast::normal));
+}
+
 } // namespace
 
 /// Every part of the running program, in the order of construction; destroyed in the reverse order.
@@ -72,6 +88,7 @@ struct VellumlineApp::Parts {
     Options options;
     bool finishing = false;
 
+    PortalAppearance appearance;
     DBusApplication instance;
     DesktopStatusItem statusItem{
         [this] { return connection ? X11PanelColor::read(*connection) : std::nullopt; }};
@@ -154,9 +171,15 @@ bool VellumlineApp::Parts::build() {
 
 AppDelegate::Steps VellumlineApp::Parts::steps(VellumlineApp* app) {
     AppDelegate::Steps steps;
-    steps.becomeAccessory = [] {
+    steps.becomeAccessory = [this] {
         QApplication::setQuitOnLastWindowClosed(false);
         QApplication::setWindowIcon(Style::applicationIcon());
+        if (!desktopHasPalette()) {
+            adoptAppearance(appearance);
+            QObject::connect(&appearance, &PortalAppearance::changed, &appearance,
+                             [this] { adoptAppearance(appearance); });
+            appearance.start();
+        }
     };
     steps.receiveLinks = [this](const std::function<void(QString)>& receive) {
         QObject::connect(&instance, &DBusApplication::linkOpened, &instance, receive);

@@ -52,10 +52,10 @@ std::optional<QColor> commonestColor(X11Connection& connection, const QRect& pla
     const bool upright = place.height() > place.width();
     const QRect line = upright ? QRect(place.center().x(), place.y(), 1, place.height())
                                : QRect(place.x(), place.center().y(), place.width(), 1);
-    const auto cookie = xcb_get_image(connection.raw(), XCB_IMAGE_FORMAT_Z_PIXMAP, connection.rootWindow(),
-                                      static_cast<std::int16_t>(line.x()), static_cast<std::int16_t>(line.y()),
-                                      static_cast<std::uint16_t>(line.width()),
-                                      static_cast<std::uint16_t>(line.height()), ~0U);
+    const auto cookie = xcb_get_image(
+        connection.raw(), XCB_IMAGE_FORMAT_Z_PIXMAP, connection.rootWindow(),
+        static_cast<std::int16_t>(line.x()), static_cast<std::int16_t>(line.y()),
+        static_cast<std::uint16_t>(line.width()), static_cast<std::uint16_t>(line.height()), ~0U);
     xcb_generic_error_t* error = nullptr;
     const XcbReply<xcb_get_image_reply_t> image(xcb_get_image_reply(connection.raw(), cookie, &error));
     const XcbReply<xcb_generic_error_t> errorOwner(error);
@@ -79,8 +79,8 @@ std::optional<QColor> commonestColor(X11Connection& connection, const QRect& pla
 std::optional<QColor> read(X11Connection& connection) {
     const xcb_atom_t dock = connection.atom(QByteArrayLiteral("_NET_WM_WINDOW_TYPE_DOCK"));
     std::optional<QColor> found;
-    const auto windows = property(connection, connection.rootWindow(), QByteArrayLiteral("_NET_CLIENT_LIST"),
-                                  XCB_ATOM_WINDOW);
+    const auto windows =
+        property(connection, connection.rootWindow(), QByteArrayLiteral("_NET_CLIENT_LIST"), XCB_ATOM_WINDOW);
     for (const xcb_window_t window : windows) {
         if (!property(connection, window, QByteArrayLiteral("_NET_WM_WINDOW_TYPE"), XCB_ATOM_ATOM)
                  .contains(dock))
