@@ -294,15 +294,18 @@ void Label::recolor() {
     if (recoloring_)
         return;
     recoloring_ = true;
-    QPalette own = QApplication::palette(this);
-    own.setColor(QPalette::WindowText, color(own, tone_));
-    setPalette(own);
+    const QPalette base = QApplication::palette(this);
+    QPalette own;
+    own.setColor(QPalette::WindowText, color(base, tone_));
+    setPalette(own); // the other roles go on following the window
     recoloring_ = false;
 }
 
 void Label::changeEvent(QEvent* event) {
     QLabel::changeEvent(event);
-    if (event->type() == QEvent::PaletteChange && tone_ != Tone::primary)
+    const bool newColors =
+        event->type() == QEvent::PaletteChange || event->type() == QEvent::ApplicationPaletteChange;
+    if (newColors && tone_ != Tone::primary)
         recolor();
     if (event->type() == QEvent::LayoutDirectionChange)
         align();

@@ -37,9 +37,9 @@ PanelRect frameAtAnyEdge(double panelWidth, double panelHeight, const PanelRect&
             movedInside(middle - panelHeight * 0.5, panelHeight, visible.y + margin, visible.maxY() - margin);
     } else if (panel.y < visible.y && button.maxY() + panelHeight <= visible.maxY()) {
         panel.y = button.maxY();
+    } else if (panel.y < visible.y && panelHeight <= visible.height) {
+        panel.y = visible.y;
     }
-    if (panelHeight <= visible.height)
-        panel.y = movedInside(panel.y, panelHeight, visible.y, std::max(visible.maxY(), panel.maxY()));
     return panel;
 }
 

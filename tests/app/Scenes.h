@@ -204,7 +204,9 @@ inline QList<Scene> menuScenes() {
     for (const auto& [name, problem] : problems)
         scenes.append({menu, QStringLiteral("problem ") + state(name),
                        signedInStage(account("paid", 4, 30, "")), [problem = problem](Stage& stage) {
-                           stage.model().setStatus(MenuStatus::problem(problem));
+                           stage.model().setStatus(MenuStatus::problem(problem == Problem::tooLong
+                                                                           ? RewriteProblem::tooLong(4000)
+                                                                           : RewriteProblem::of(problem)));
                            return stage.openMenu();
                        }});
     return scenes;
@@ -241,6 +243,12 @@ inline QList<Scene> otherPageScenes() {
              stage.fakes->hotkeyMonitor.registerBinding(HotkeyBinding::load(stage.fakes->defaults));
              stage.fakes->hotkeys.takeElsewhere(
                  40, (HotkeyModifiers::control | HotkeyModifiers::option).carbonFlags());
+             record(stage, {40, HotkeyModifiers::control | HotkeyModifiers::option, QStringLiteral("k")});
+             return stage.openMenu(MenuContent::Page::settings);
+         }},
+        {settings, state("no shortcut left"), signedOutStage,
+         [record](Stage& stage) {
+             stage.fakes->hotkeys.refusesEverything = true;
              record(stage, {40, HotkeyModifiers::control | HotkeyModifiers::option, QStringLiteral("k")});
              return stage.openMenu(MenuContent::Page::settings);
          }},

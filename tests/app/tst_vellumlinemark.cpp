@@ -13,8 +13,10 @@ using namespace vellumline;
 namespace {
 
 QImage drawn(int side, const QColor& color = Qt::black) {
-    return VellumlineMarkImage::image(color).pixmap(side, side).toImage().convertToFormat(
-        QImage::Format_ARGB32);
+    return VellumlineMarkImage::image(color)
+        .pixmap(side, side)
+        .toImage()
+        .convertToFormat(QImage::Format_ARGB32);
 }
 
 /// The path data of the one drawing of the mark in an SVG file, as numbers.

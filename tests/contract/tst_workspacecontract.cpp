@@ -16,6 +16,8 @@ class Bench {
     virtual Workspace& workspace() = 0;
     virtual void bringToFront(qint64 processIdentifier) = 0;
     virtual void leaveNobodyInFront() = 0;
+    /// That program's window is there, with another one in front of it.
+    virtual void putBehind(qint64 processIdentifier, qint64 inFront) = 0;
     virtual QList<QUrl> openedURLs() = 0;
     virtual int beeps() = 0;
 };
@@ -27,6 +29,10 @@ class FakeBench final : public Bench {
         workspace_.front = Workspace::Application{processIdentifier};
     }
     void leaveNobodyInFront() override { workspace_.front.reset(); }
+    void putBehind(qint64 processIdentifier, qint64 inFront) override {
+        workspace_.behind = {Workspace::Application{processIdentifier}};
+        bringToFront(inFront);
+    }
     QList<QUrl> openedURLs() override { return workspace_.openedURLs(); }
     int beeps() override { return workspace_.beeps(); }
 
@@ -61,6 +67,11 @@ class X11Bench final : public Bench {
         program_->sync();
         QTRY_COMPARE(workspace_.activeWindow(), window); // the window manager has made it the active one
     }
+    void putBehind(qint64 processIdentifier, qint64 inFront) override {
+        bringToFront(processIdentifier);
+        behind_ = std::move(program_);
+        bringToFront(inFront);
+    }
     void leaveNobodyInFront() override {
         program_.reset();
         QTRY_COMPARE(workspace_.activeWindow(), xcb_window_t{XCB_WINDOW_NONE});
@@ -83,6 +94,7 @@ class X11Bench final : public Bench {
     std::unique_ptr<X11Connection> connection_;
     X11Workspace workspace_;
     std::unique_ptr<X11TestClient> program_;
+    std::unique_ptr<X11TestClient> behind_;
     X11TestClient listener_;
     int bellEvent_ = 0;
     int beeps_ = 0;
@@ -123,6 +135,17 @@ class WorkspaceContract : public QObject {
         bench_->bringToFront(getpid());
         bench_->leaveNobodyInFront();
         QVERIFY(!bench_->workspace().frontmostApplication());
+    }
+    void aProgramBehindGetsTheInputBack() {
+        bench_->putBehind(getppid(), getpid());
+        bench_->workspace().activate({getppid()});
+        QTRY_COMPARE(bench_->workspace().frontmostApplication(), Workspace::Application{getppid()});
+    }
+    void aProgramWithoutAWindowGetsNothing() {
+        bench_->bringToFront(getpid());
+        bench_->workspace().activate({1});
+        QTest::qWait(100);
+        QCOMPARE(bench_->workspace().frontmostApplication(), Workspace::Application{getpid()});
     }
     void linksAreOpenedAsTheyAre() {
         const QUrl url(QStringLiteral("https://example.com/login/?app_challenge=a%20b&x=1#part"));

@@ -54,6 +54,44 @@ class MenuPanelPlacementTest : public QObject {
         QVERIFY(std::isnan(frame(300, 200, {100, notANumber, 20, 22}, visible, 4).y));
     }
 
+    void aBarAtAnyEdgeHasThePanelBesideIt_data() {
+        QTest::addColumn<PanelRect>("button");
+        QTest::addColumn<PanelRect>("visible");
+        QTest::addColumn<PanelRect>("expected");
+        QTest::newRow("top: as under a menu bar")
+            << PanelRect{700, 875, 24, 24} << PanelRect{0, 0, 1440, 875} << PanelRect{562, 675, 300, 200};
+        QTest::newRow("bottom: on the item")
+            << PanelRect{700, 4, 24, 24} << PanelRect{0, 32, 1440, 868} << PanelRect{562, 28, 300, 200};
+        QTest::newRow("bottom right corner")
+            << PanelRect{1412, 4, 24, 24} << PanelRect{0, 32, 1440, 868} << PanelRect{1136, 28, 300, 200};
+        QTest::newRow("left: beside the item, in its middle")
+            << PanelRect{4, 400, 24, 24} << PanelRect{32, 0, 1408, 900} << PanelRect{28, 312, 300, 200};
+        QTest::newRow("left, at the lower end: inside the margin")
+            << PanelRect{4, 4, 24, 24} << PanelRect{32, 0, 1408, 900} << PanelRect{28, 4, 300, 200};
+        QTest::newRow("right: beside the item")
+            << PanelRect{1412, 400, 24, 24} << PanelRect{0, 0, 1408, 900} << PanelRect{1112, 312, 300, 200};
+        QTest::newRow("right, at the upper end: inside the margin")
+            << PanelRect{1412, 872, 24, 24} << PanelRect{0, 0, 1408, 900} << PanelRect{1112, 696, 300, 200};
+        QTest::newRow("a bar that hides itself, at the bottom: on the item")
+            << PanelRect{700, 4, 24, 24} << PanelRect{0, 0, 1440, 900} << PanelRect{562, 28, 300, 200};
+        QTest::newRow("a bar that hides itself, at the top: under the item")
+            << PanelRect{700, 872, 24, 24} << PanelRect{0, 0, 1440, 900} << PanelRect{562, 672, 300, 200};
+        QTest::newRow("a second screen at the right")
+            << PanelRect{2000, 4, 24, 24} << PanelRect{1440, 32, 1000, 868} << PanelRect{1862, 28, 300, 200};
+        QTest::newRow("no room above or below the item: inside the visible area")
+            << PanelRect{700, 100, 24, 24} << PanelRect{0, 0, 1440, 210} << PanelRect{562, 0, 300, 200};
+    }
+    void aBarAtAnyEdgeHasThePanelBesideIt() {
+        QFETCH(const PanelRect, button);
+        QFETCH(const PanelRect, visible);
+        QFETCH(const PanelRect, expected);
+        const PanelRect result = frameAtAnyEdge(300, 200, button, visible, 4);
+        QVERIFY2(result == expected, qPrintable(QStringLiteral("%1, %2").arg(result.x).arg(result.y)));
+    }
+    void aPanelTallerThanTheScreenHangsFromTheTop() {
+        QCOMPARE(frameAtAnyEdge(300, 2000, {700, 875, 24, 24}, visible, 4).y, -1125.0);
+    }
+
     void attachmentHasItsSlack_data() {
         QTest::addColumn<double>("gap");
         QTest::addColumn<bool>("attached");

@@ -41,8 +41,8 @@ class PortalAppearanceTest : public QObject {
 
   private Q_SLOTS:
     void withoutAPortalThereIsNoPreference() {
-        PortalAppearance appearance(QDBusConnection::connectToBus(QDBusConnection::SessionBus,
-                                                                  QStringLiteral("alone")));
+        PortalAppearance appearance(
+            QDBusConnection::connectToBus(QDBusConnection::SessionBus, QStringLiteral("alone")));
         QSignalSpy changes(&appearance, &PortalAppearance::changed);
         appearance.start();
         QTest::qWait(100);
@@ -59,11 +59,11 @@ class PortalAppearanceTest : public QObject {
     }
 
     void thePreferenceOfALatePortalIsTakenAndFollowed() {
-        PortalAppearance appearance(QDBusConnection::connectToBus(QDBusConnection::SessionBus,
-                                                                  QStringLiteral("program")));
+        PortalAppearance appearance(
+            QDBusConnection::connectToBus(QDBusConnection::SessionBus, QStringLiteral("program")));
         appearance.start();
-        SettingsPortal portal(QDBusConnection::connectToBus(QDBusConnection::SessionBus,
-                                                            QStringLiteral("portal")));
+        SettingsPortal portal(
+            QDBusConnection::connectToBus(QDBusConnection::SessionBus, QStringLiteral("portal")));
         portal.colorScheme = 1U;
         QVERIFY(portal.comeUp());
         QTRY_COMPARE(appearance.colorScheme(), PortalAppearance::ColorScheme::dark);

@@ -19,6 +19,8 @@ class FakeWorkspace final : public Workspace {
     }
     void activate(const Application& application) override {
         log_.add(QStringLiteral("activate(%1)").arg(application.processIdentifier));
+        if (behind.contains(application))
+            front = application;
     }
     void openURL(const QUrl& url) override {
         log_.add(QStringLiteral("openURL(%1)").arg(url.toString(QUrl::FullyEncoded)));
@@ -30,6 +32,7 @@ class FakeWorkspace final : public Workspace {
     }
 
     std::optional<Application> front;
+    QList<Application> behind; ///< programs with a window that is not in front
 
     const QList<QUrl>& openedURLs() const { return opened_; }
     int beeps() const { return beeps_; }
