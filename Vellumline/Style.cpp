@@ -6,6 +6,7 @@
 #include <QFontDatabase>
 #include <QHash>
 #include <QIconEngine>
+#include <QKeyEvent>
 #include <QPainter>
 #include <QPlainTextEdit>
 #include <QResizeEvent>
@@ -104,6 +105,16 @@ void noteFocus(QWidget* widget, const QFocusEvent* event) {
     default: // the window came or went: as it was
         break;
     }
+}
+
+/// Return presses a button that has the focus, as the space bar does; outside of dialogs the toolkit leaves
+/// it at the space bar.
+bool clickOnReturn(QAbstractButton* button, const QKeyEvent* event) {
+    if (event->key() != Qt::Key_Return && event->key() != Qt::Key_Enter)
+        return false;
+    if (!event->isAutoRepeat())
+        button->click();
+    return true;
 }
 
 bool showsFocus(const QWidget* widget) {
@@ -375,6 +386,11 @@ QSize Button::sizeHint() const {
     return {width + 2 * scaled(buttonPadding), fontMetrics().height() + 2 * scaled(buttonInset) + 2};
 }
 
+void Button::keyPressEvent(QKeyEvent* event) {
+    if (!clickOnReturn(this, event))
+        QPushButton::keyPressEvent(event);
+}
+
 void Button::focusInEvent(QFocusEvent* event) {
     noteFocus(this, event);
     QPushButton::focusInEvent(event);
@@ -446,6 +462,11 @@ IconButton::IconButton(QString name, const QString& toolTip, QWidget* parent)
 QSize IconButton::sizeHint() const {
     const int side = scaled(iconSide) + 2 * iconPadding;
     return {side, side};
+}
+
+void IconButton::keyPressEvent(QKeyEvent* event) {
+    if (!clickOnReturn(this, event))
+        QToolButton::keyPressEvent(event);
 }
 
 void IconButton::focusInEvent(QFocusEvent* event) {

@@ -92,6 +92,7 @@ class Button : public QPushButton {
     QSize minimumSizeHint() const override { return sizeHint(); }
 
   protected:
+    void keyPressEvent(QKeyEvent* event) override;
     void focusInEvent(QFocusEvent* event) override;
     void paintEvent(QPaintEvent* event) override;
 
@@ -113,6 +114,7 @@ class IconButton : public QToolButton {
     QSize sizeHint() const override;
 
   protected:
+    void keyPressEvent(QKeyEvent* event) override;
     void focusInEvent(QFocusEvent* event) override;
     void paintEvent(QPaintEvent* event) override;
 

@@ -23,7 +23,7 @@ packages[demo]="
     mousepad featherpad chromium chromium-driver"
 # The applications, tray hosts and clipboard managers that the desktop tests run against.
 packages[test]="
-    xinput x11-apps xfwm4 openssl tint2 trayer xfce4-panel lxqt-panel python3-pil faketime
+    xinput x11-apps xfwm4 openssl tint2 trayer xfce4-panel lxqt-panel python3-pil python3-xdg faketime
     kate gedit gnome-text-editor libreoffice-writer libreoffice-gtk3 firefox-esr xterm xfce4-terminal plasma-workspace"
 packages[check]="git clang clang-tidy clang-format libclang-rt-14-dev llvm shellcheck"
 

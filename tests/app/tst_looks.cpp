@@ -10,7 +10,6 @@ using namespace vellumline::test;
 
 namespace {
 
-
 /// The relative luminance of a colour (WCAG 2.1).
 double luminance(const QColor& color) {
     const auto linear = [](double channel) {
@@ -65,7 +64,8 @@ class LooksTest : public QObject {
             const QRect inside = window->rect();
             const auto texts = visibleTexts(window);
             for (const QWidget* each : texts) {
-                const QString where = QStringLiteral("%1, %2: \"%3\"").arg(scene.place, scene.state, textOf(each));
+                const QString where =
+                    QStringLiteral("%1, %2: \"%3\"").arg(scene.place, scene.state, textOf(each));
                 const QRect place(each->mapTo(window, QPoint()), each->size());
                 QVERIFY2(inside.contains(place), qPrintable(where));
                 if (const auto* label = qobject_cast<const QLabel*>(each)) {
@@ -103,7 +103,8 @@ class LooksTest : public QObject {
         const QColor window = palette.color(QPalette::Window);
         QVERIFY(contrast(palette.color(QPalette::WindowText), window) >= 7);
         QVERIFY(contrast(Style::color(palette, Style::Tone::secondary), window) >= least);
-        QVERIFY(contrast(palette.color(QPalette::HighlightedText), palette.color(QPalette::Highlight)) >= 4.5);
+        QVERIFY(contrast(palette.color(QPalette::HighlightedText), palette.color(QPalette::Highlight)) >=
+                4.5);
         QVERIFY(contrast(palette.color(QPalette::Link), window) >= 4.5);
         // Graphics that carry meaning: 1.4.11.
         for (const auto tone : {Style::Tone::good, Style::Tone::warning})
@@ -115,8 +116,7 @@ class LooksTest : public QObject {
         const auto stage = signedOutStage();
         QWidget* window = stage->openMenu();
         const QPalette before = QApplication::palette();
-        const auto* label =
-            qobject_cast<Style::Label*>(showing(window, QStringLiteral("Not signed in.")));
+        const auto* label = qobject_cast<Style::Label*>(showing(window, QStringLiteral("Not signed in.")));
         for (const auto scheme : {Style::ColorScheme::dark, Style::ColorScheme::light}) {
             const QPalette palette = Style::palette(scheme, Style::Contrast::normal);
             QApplication::setPalette(palette);
@@ -134,16 +134,19 @@ class LooksTest : public QObject {
             QWidget* window = scene.open(*stage);
             QSet<const QWidget*> reached;
             for (int i = 0; i < 40; ++i) {
-                QTest::keyClick(window->focusWidget() != nullptr ? window->focusWidget() : window, Qt::Key_Tab);
+                QTest::keyClick(window->focusWidget() != nullptr ? window->focusWidget() : window,
+                                Qt::Key_Tab);
                 if (window->focusWidget() != nullptr)
                     reached.insert(window->focusWidget());
             }
             for (auto* each : window->findChildren<QAbstractButton*>()) {
                 if (!each->isVisible())
                     continue;
-                const QString where = QStringLiteral("%1, %2: \"%3\"").arg(scene.place, scene.state, textOf(each));
+                const QString where =
+                    QStringLiteral("%1, %2: \"%3\"").arg(scene.place, scene.state, textOf(each));
                 QAccessibleInterface* interface = QAccessible::queryAccessibleInterface(each);
-                QVERIFY2(interface != nullptr && !interface->text(QAccessible::Name).isEmpty(), qPrintable(where));
+                QVERIFY2(interface != nullptr && !interface->text(QAccessible::Name).isEmpty(),
+                         qPrintable(where));
                 QVERIFY2(reached.contains(each), qPrintable(where));
             }
         }

@@ -13,7 +13,8 @@ const QString sentence = QStringLiteral("i has went to the shop yesterday and bu
 
 QList<Style::Symbol*> symbols(const QWidget* window) {
     auto found = window->findChildren<Style::Symbol*>();
-    std::ranges::sort(found, {}, [window](const Style::Symbol* each) { return each->mapTo(window, QPoint()).y(); });
+    std::ranges::sort(found, {},
+                      [window](const Style::Symbol* each) { return each->mapTo(window, QPoint()).y(); });
     return found;
 }
 
@@ -30,8 +31,9 @@ class OnboardingWindowTest : public QObject {
         const QStringList expected{
             QStringLiteral("Correct the sentence where you wrote it"),
             QStringLiteral("Allow Accessibility"),
-            QStringLiteral("Vellumline copies your selection and pastes the correction. macOS asks you to allow "
-                           "that once."),
+            QStringLiteral(
+                "Vellumline copies your selection and pastes the correction. macOS asks you to allow "
+                "that once."),
             QStringLiteral("Open System Settings"),
             QStringLiteral("Your shortcut is ⌃⌥R"),
             QStringLiteral("Change"),
@@ -107,7 +109,8 @@ class OnboardingWindowTest : public QObject {
         f->fakes->keyMonitor.press({3, HotkeyModifiers::shift, QStringLiteral("f")});
         f->settle();
         QVERIFY(showing(window, QStringLiteral("Include Control, Option, or Command.")));
-        f->fakes->keyMonitor.press({40, HotkeyModifiers::control | HotkeyModifiers::option, QStringLiteral("k")});
+        f->fakes->keyMonitor.press(
+            {40, HotkeyModifiers::control | HotkeyModifiers::option, QStringLiteral("k")});
         f->settle();
         QVERIFY(showing(window, QStringLiteral("Your shortcut is ⌃⌥K")));
         QVERIFY(showing(window, QStringLiteral("Select the sentence below and press ⌃⌥K.")));

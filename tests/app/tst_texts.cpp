@@ -30,10 +30,10 @@ QString when(const QStringList& all, const QStringList& some) {
 
 /// Which texts are on which page in which of its states.
 struct Table {
-    QMap<QString, QStringList> states; ///< by page
+    QMap<QString, QStringList> states;               ///< by page
     QMap<QString, QMap<QString, QStringList>> texts; ///< by page and text
-    QStringList pages;                 ///< in the order of the scenes
-    QMap<QString, QStringList> order;  ///< by page: its texts as they were first seen
+    QStringList pages;                               ///< in the order of the scenes
+    QMap<QString, QStringList> order;                ///< by page: its texts as they were first seen
 
     void add(const QString& page, const QString& state, const QStringList& shown) {
         if (!pages.contains(page))
@@ -49,16 +49,19 @@ struct Table {
     }
 
     QString markdown() const {
-        QString result = QStringLiteral(
-            "# Every text on the screen\n\n"
-            "Made by `tst_texts`, which opens every page in every state and fails when this file says anything "
-            "else;\n`VELLUMLINE_WRITE_DOCS=1 build/release/tests/app/tst_texts` writes it anew. The account is "
-            "ada@example.org,\nthe shortcut ⌃⌥R, the web site www.example.org.\n");
+        QString result =
+            QStringLiteral("# Every text on the screen\n\n"
+                           "Made by `tst_texts`, which opens every page in every state and fails when this "
+                           "file says anything "
+                           "else;\n`VELLUMLINE_WRITE_DOCS=1 build/release/tests/app/tst_texts` writes it "
+                           "anew. The account is "
+                           "ada@example.org,\nthe shortcut ⌃⌥R, the web site www.example.org.\n");
         for (const QString& page : pages) {
             result += QStringLiteral("\n## %1\n\n| Text | When |\n|---|---|\n")
                           .arg(page.left(1).toUpper() + page.mid(1));
             for (const QString& text : order[page]) {
-                result += QStringLiteral("| %1 | %2 |\n").arg(escaped(text), when(states[page], texts[page][text]));
+                result +=
+                    QStringLiteral("| %1 | %2 |\n").arg(escaped(text), when(states[page], texts[page][text]));
             }
         }
         return result;
