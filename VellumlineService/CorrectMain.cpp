@@ -1,22 +1,78 @@
 // One text a line on standard input, the corrected line on standard output; each line is flushed.
+#include "VellumlineService/Correction/Rules.h"
 #include "VellumlineService/Correction/RulesEngine.h"
 
+#include <QCommandLineParser>
+#include <QCoreApplication>
 #include <cstdio>
 #include <iostream>
 #include <string>
 
-int main() {
-    vellumline::RulesEngine engine;
+using namespace vellumline;
+
+namespace {
+
+void listRules() {
+    for (const Rule& rule : correctionRules()) {
+        std::cout << rule.name << '\t' << rule.why << '\n';
+    }
+}
+
+void explain(const std::vector<CorrectionChange>& changes) {
+    for (const CorrectionChange& change : changes) {
+        std::cout << QStringLiteral("\t%1: %2 → %3 (%4)\n")
+                         .arg(change.rule, change.before, change.after, change.why)
+                         .toStdString();
+    }
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    QCoreApplication application(argc, argv);
+    QCoreApplication::setApplicationName(QStringLiteral("vellumline-correct"));
+    QCommandLineParser parser;
+    parser.setApplicationDescription(
+        QStringLiteral("Corrects English text: one text a line in, one line out, flushed after each."));
+    parser.addHelpOption();
+    const QCommandLineOption disable(QStringLiteral("disable"),
+                                     QStringLiteral("Rules that shall do nothing; may be repeated."),
+                                     QStringLiteral("name,…"));
+    const QCommandLineOption list(QStringLiteral("list-rules"),
+                                  QStringLiteral("Print each rule's name and what it says, and end."));
+    const QCommandLineOption explaining(
+        QStringLiteral("explain"),
+        QStringLiteral("After each line print its changes, each on a line that starts with a tab."));
+    parser.addOptions({disable, list, explaining});
+    parser.process(application);
+
+    if (parser.isSet(list)) {
+        listRules();
+        return 0;
+    }
+    const QStringList disabled =
+        parser.values(disable).join(QLatin1Char(',')).split(QLatin1Char(','), Qt::SkipEmptyParts);
+    if (const QStringList unknown = RulesEngine::unknownRules(disabled); !unknown.isEmpty()) {
+        std::fprintf(stderr, "vellumline-correct: \"%s\" is no rule; --list-rules names all.\n",
+                     qPrintable(unknown.first()));
+        return 2;
+    }
+    const RulesEngine engine(disabled);
     std::string line;
     while (std::getline(std::cin, line)) {
-        const auto result = engine.correct(QString::fromStdString(line));
-        if (result.status != vellumline::CorrectionResult::Status::corrected) {
+        std::vector<CorrectionChange> changes;
+        const auto result = engine.correct(QString::fromStdString(line), changes);
+        if (result.status != CorrectionResult::Status::corrected) {
             std::fputs(
                 "vellumline-correct: the engine cannot work; is a Hunspell dictionary for en_US installed?\n",
                 stderr);
             return 1;
         }
-        std::cout << result.text.toStdString() << '\n' << std::flush;
+        std::cout << result.text.toStdString() << '\n';
+        if (parser.isSet(explaining)) {
+            explain(changes);
+        }
+        std::cout << std::flush;
     }
     return 0;
 }

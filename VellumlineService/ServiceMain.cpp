@@ -189,7 +189,11 @@ int runService(QCoreApplication& application) {
     const QCommandLineOption engineSeconds(QStringLiteral("engine-seconds"),
                                            QStringLiteral("Longest time for one correction (12)."),
                                            QStringLiteral("seconds"), QStringLiteral("12"));
-    parser.addOptions({listen, port, database, engineName, host, freeRewrites, engineSeconds});
+    const QCommandLineOption disableRules(
+        QStringLiteral("disable-rules"),
+        QStringLiteral("Rules that shall do nothing; vellumline-correct --list-rules names all."),
+        QStringLiteral("name,…"));
+    parser.addOptions({listen, port, database, engineName, host, freeRewrites, engineSeconds, disableRules});
     parser.process(application);
     if (!parser.positionalArguments().isEmpty()) {
         return refuse(
@@ -207,7 +211,14 @@ int runService(QCoreApplication& application) {
     if (!patience || *patience < 1 || *patience > 600) {
         return refuse(QStringLiteral("--engine-seconds needs a number from 1 to 600."));
     }
-    const auto engine = makeCorrectionEngine(parser.value(engineName));
+    const QStringList disabled = parser.value(disableRules).split(QLatin1Char(','), Qt::SkipEmptyParts);
+    for (const QString& rule : disabled) {
+        if (!correctionRuleNames().contains(rule)) {
+            return refuse(
+                QStringLiteral("\"%1\" is no rule; vellumline-correct --list-rules names all.").arg(rule));
+        }
+    }
+    const auto engine = makeCorrectionEngine(parser.value(engineName), disabled);
     if (!engine) {
         return refuse(QStringLiteral("--engine is one of: %1.")
                           .arg(correctionEngineNames().join(QStringLiteral(", "))));

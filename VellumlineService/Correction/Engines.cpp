@@ -34,9 +34,14 @@ QStringList correctionEngineNames() {
             QStringLiteral("test-slow")};
 }
 
-std::unique_ptr<CorrectionEngine> makeCorrectionEngine(const QString& name) {
+QStringList correctionRuleNames() {
+    return RulesEngine::ruleNames();
+}
+
+std::unique_ptr<CorrectionEngine> makeCorrectionEngine(const QString& name,
+                                                       const QStringList& disabledRules) {
     if (name == QStringLiteral("rules")) {
-        return std::make_unique<RulesEngine>();
+        return std::make_unique<RulesEngine>(disabledRules);
     }
     if (name == QStringLiteral("test-unavailable")) {
         return std::make_unique<UnavailableEngine>();

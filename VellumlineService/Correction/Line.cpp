@@ -2,6 +2,7 @@
 
 #include <QSet>
 #include <algorithm>
+#include <utility>
 
 namespace vellumline {
 
@@ -231,21 +232,30 @@ void Line::replace(int i, const QString& lowerWord) {
 
 void Line::replaceExactly(int i, const QString& made) {
     Token& token = word(i);
+    const QString before = token.text;
     token.text = made;
     token.lower = made.toLower();
     if (curlyApostrophes_) {
         token.text.replace(u'\'', curlyApostrophe);
     }
+    edits_.push_back({before, token.text});
+}
+
+std::vector<Line::Edit> Line::takeEdits() {
+    return std::exchange(edits_, {});
 }
 
 void Line::remove(int i) {
     const bool starts = word(i).startsSentence;
     const bool capital = word(i).text.front().isUpper();
     const int at = words_[static_cast<size_t>(i)];
+    const QString removed = word(i).text;
     const auto erase = [&](int from, int to) { tokens_.erase(tokens_.begin() + from, tokens_.begin() + to); };
     if (!follows(i).isEmpty()) {
+        edits_.push_back({word(i - 1).text + u' ' + removed, word(i - 1).text});
         erase(at - 1, at + 1);
     } else if (i + 1 < wordCount() && !follows(i + 1).isEmpty()) {
+        edits_.push_back({removed + u' ' + word(i + 1).text, word(i + 1).text});
         erase(at, at + 2);
     } else {
         return;

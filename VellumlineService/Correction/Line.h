@@ -23,6 +23,12 @@ struct Token {
 /// One line of text as tokens; joined again they are the line, character for character.
 class Line {
   public:
+    /// What one change did, for the writer's eye.
+    struct Edit {
+        QString before;
+        QString after;
+    };
+
     Line(const QString& text, bool startsSentence);
 
     QString text() const;
@@ -52,6 +58,8 @@ class Line {
     void replaceExactly(int i, const QString& word);
     /// Takes a word out with the space before it, or after it at the start.
     void remove(int i);
+    /// The changes since the last call.
+    std::vector<Edit> takeEdits();
 
   private:
     void tokenize(const QString& text);
@@ -59,6 +67,7 @@ class Line {
 
     std::vector<Token> tokens_;
     std::vector<int> words_;
+    std::vector<Edit> edits_;
     bool looksLikeCode_ = false;
     bool curlyApostrophes_ = false;
 };

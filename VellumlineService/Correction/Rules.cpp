@@ -116,7 +116,7 @@ QString thirdPerson(const QString& verb) {
     return plural(verb);
 }
 
-void doubledWords(Line& line, const Speller&) {
+void doubledWords(Line& line, const RuleTools&) {
     static const Words doubled =
         words("the a an of to and at for with will it we they he she i by from or as my your "
               "their our this can if");
@@ -129,7 +129,7 @@ void doubledWords(Line& line, const Speller&) {
     }
 }
 
-void loneI(Line& line, const Speller&) {
+void loneI(Line& line, const RuleTools&) {
     for (int i = 0; i < line.wordCount(); ++i) {
         const Token& token = line.word(i);
         if (token.quotedAlone || token.hyphenated || !token.text.startsWith(u'i')) {
@@ -145,7 +145,7 @@ void loneI(Line& line, const Speller&) {
     }
 }
 
-void knownSlips(Line& line, const Speller&) {
+void knownSlips(Line& line, const RuleTools&) {
     static const Table slips = table(
         "dont:don't doesnt:doesn't didnt:didn't isnt:isn't arent:aren't wasnt:wasn't werent:weren't "
         "havent:haven't "
@@ -187,7 +187,8 @@ void knownSlips(Line& line, const Speller&) {
     }
 }
 
-void spelling(Line& line, const Speller& speller) {
+void spelling(Line& line, const RuleTools& tools) {
+    const Speller& speller = tools.speller;
     // Contractions and possessives: "'s" and the like do not make a word unknown.
     const auto known = [&](const QString& word) {
         if (speller.isKnown(word)) {
@@ -232,7 +233,7 @@ void spelling(Line& line, const Speller& speller) {
     }
 }
 
-void capitalNames(Line& line, const Speller&) {
+void capitalNames(Line& line, const RuleTools&) {
     static const Words names =
         words("monday tuesday wednesday thursday friday saturday sunday january february "
               "september october november december english spanish italian chinese japanese "
@@ -246,7 +247,7 @@ void capitalNames(Line& line, const Speller&) {
     }
 }
 
-void haveWithPast(Line& line, const Speller&) {
+void haveWithPast(Line& line, const RuleTools&) {
     static const Words have = words("has have had");
     bool pastTime = false;
     for (int i = 0; i < line.wordCount(); ++i) {
@@ -269,7 +270,8 @@ void haveWithPast(Line& line, const Speller&) {
     }
 }
 
-void agreement(Line& line, const Speller& speller) {
+void agreement(Line& line, const RuleTools& tools) {
+    const Speller& speller = tools.speller;
     static const Words third = words("he she it");
     static const Words plurals = words("we they you");
     static const Words inverted = words("did does do should would could will can might may must shall let "
@@ -336,7 +338,8 @@ void agreement(Line& line, const Speller& speller) {
     }
 }
 
-void didWithPast(Line& line, const Speller& speller) {
+void didWithPast(Line& line, const RuleTools& tools) {
+    const Speller& speller = tools.speller;
     static const Words subjects = words("i he she it we they you");
     for (int i = 0; i + 1 < line.wordCount(); ++i) {
         const QString word = line.lower(i);
@@ -360,7 +363,8 @@ void didWithPast(Line& line, const Speller& speller) {
     }
 }
 
-void modalSlips(Line& line, const Speller& speller) {
+void modalSlips(Line& line, const RuleTools& tools) {
+    const Speller& speller = tools.speller;
     static const Words modals = words("must should could would might");
     for (int i = 0; i + 1 < line.wordCount(); ++i) {
         if (!modals.contains(line.lower(i))) {
@@ -376,7 +380,8 @@ void modalSlips(Line& line, const Speller& speller) {
     }
 }
 
-void numberWithSingular(Line& line, const Speller& speller) {
+void numberWithSingular(Line& line, const RuleTools& tools) {
+    const Speller& speller = tools.speller;
     static const Words measures = words("hundred thousand million billion dozen score half hour pair");
     for (int i = 0; i + 1 < line.wordCount(); ++i) {
         const QString noun = line.follows(i + 1);
@@ -394,7 +399,8 @@ void numberWithSingular(Line& line, const Speller& speller) {
     }
 }
 
-void articles(Line& line, const Speller& speller) {
+void articles(Line& line, const RuleTools& tools) {
+    const Speller& speller = tools.speller;
     static const Words letterLike = words("a and or is in an are of as i at on to it if am be by");
     static const QStringList consonantSound = {
         QStringLiteral("uni"),  QStringLiteral("use"), QStringLiteral("usu"),  QStringLiteral("usa"),
@@ -431,7 +437,8 @@ void articles(Line& line, const Speller& speller) {
     }
 }
 
-void confusions(Line& line, const Speller& speller) {
+void confusions(Line& line, const RuleTools& tools) {
+    const Speller& speller = tools.speller;
     static const Words comparatives =
         words("more less rather better worse larger bigger smaller greater higher lower "
               "older younger faster longer shorter other");
@@ -486,7 +493,7 @@ void confusions(Line& line, const Speller& speller) {
     }
 }
 
-void sentenceCapital(Line& line, const Speller&) {
+void sentenceCapital(Line& line, const RuleTools&) {
     if (line.looksLikeCode()) {
         return;
     }
@@ -504,19 +511,19 @@ void sentenceCapital(Line& line, const Speller&) {
 
 const std::vector<Rule>& correctionRules() {
     static const std::vector<Rule> rules = {
-        {"doubled words", doubledWords},
-        {"known slips", knownSlips},
-        {"spelling", spelling},
-        {"lone i", loneI},
-        {"have with past", haveWithPast},
-        {"agreement", agreement},
-        {"did with past", didWithPast},
-        {"modal slips", modalSlips},
-        {"number with singular", numberWithSingular},
-        {"confusions", confusions},
-        {"articles", articles},
-        {"capital names", capitalNames},
-        {"sentence capital", sentenceCapital},
+        {"doubled-word", "The same word stands there twice.", doubledWords},
+        {"known-slip", "A form that does not exist, or words run together.", knownSlips},
+        {"spelling", "The word is in no dictionary; this is the likeliest meant one.", spelling},
+        {"lone-i", "The pronoun I is always a capital.", loneI},
+        {"have-with-past", "After have stands the participle.", haveWithPast},
+        {"agreement", "The verb agrees with its subject.", agreement},
+        {"did-with-past", "After did stands the base form.", didWithPast},
+        {"modal-slip", "After a modal verb stands the base form, without to and without of.", modalSlips},
+        {"number-with-singular", "More than one: the noun is in the plural.", numberWithSingular},
+        {"confusion", "A word that sounds alike was meant.", confusions},
+        {"a-an", "a or an goes by the sound that follows.", articles},
+        {"capital-name", "Names of days, months and languages have a capital.", capitalNames},
+        {"sentence-capital", "A sentence starts with a capital.", sentenceCapital},
     };
     return rules;
 }

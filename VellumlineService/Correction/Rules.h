@@ -7,10 +7,16 @@
 
 namespace vellumline {
 
-/// One named habit of correction.
+/// What a rule may ask.
+struct RuleTools {
+    const Speller& speller;
+};
+
+/// One named habit of correction. Names are kebab-case and stay: people switch rules off by them.
 struct Rule {
     const char* name;
-    void (*apply)(Line& line, const Speller& speller);
+    const char* why; ///< One sentence for the writer of the text.
+    void (*apply)(Line& line, const RuleTools& tools);
 };
 
 /// All rules in the order in which they are applied.

@@ -6,11 +6,50 @@
 
 namespace vellumline {
 
-RulesEngine::RulesEngine() : speller_(std::make_unique<Speller>()) {}
+RulesEngine::RulesEngine(const QStringList& disabledRules)
+    : speller_(std::make_unique<Speller>()), disabledRules_(disabledRules.cbegin(), disabledRules.cend()) {}
 
 RulesEngine::~RulesEngine() = default;
 
+QStringList RulesEngine::ruleNames() {
+    QStringList names;
+    for (const Rule& rule : correctionRules()) {
+        names.append(QString::fromLatin1(rule.name));
+    }
+    return names;
+}
+
+QStringList RulesEngine::unknownRules(const QStringList& names) {
+    const QStringList known = ruleNames();
+    QStringList unknown;
+    for (const QString& name : names) {
+        if (!known.contains(name)) {
+            unknown.append(name);
+        }
+    }
+    return unknown;
+}
+
+void RulesEngine::correct(Line& line, std::vector<CorrectionChange>& changes) const {
+    const RuleTools tools{*speller_};
+    for (const Rule& rule : correctionRules()) {
+        const QString name = QString::fromLatin1(rule.name);
+        if (disabledRules_.contains(name)) {
+            continue;
+        }
+        rule.apply(line, tools);
+        for (const Line::Edit& edit : line.takeEdits()) {
+            changes.push_back({name, edit.before, edit.after, QString::fromLatin1(rule.why)});
+        }
+    }
+}
+
 CorrectionResult RulesEngine::correct(QString text) {
+    std::vector<CorrectionChange> changes;
+    return correct(text, changes);
+}
+
+CorrectionResult RulesEngine::correct(const QString& text, std::vector<CorrectionChange>& changes) const {
     if (!speller_->available()) {
         return {CorrectionResult::Status::unavailable, {}};
     }
@@ -28,9 +67,7 @@ CorrectionResult RulesEngine::correct(QString text) {
         if (end > at) {
             const QString original = text.mid(at, end - at);
             Line line(original, startsSentence);
-            for (const Rule& rule : correctionRules()) {
-                rule.apply(line, *speller_);
-            }
+            correct(line, changes);
             corrected += line.text();
             startsSentence = line.wordCount() == 0 ? startsSentence : line.endsSentence();
         } else if (text.at(end) != u'\n' || at == 0 || text.at(at - 1) != u'\r') {

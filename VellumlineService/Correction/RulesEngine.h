@@ -2,24 +2,46 @@
 
 #include "VellumlineService/Correction/CorrectionEngine.h"
 
+#include <QSet>
+#include <QStringList>
 #include <memory>
+#include <vector>
 
 namespace vellumline {
 
+class Line;
 class Speller;
+
+/// One change and the rule that made it.
+struct CorrectionChange {
+    QString rule;
+    QString before;
+    QString after;
+    QString why;
+};
 
 /// Hunspell spelling and a list of small grammar rules. Precise rather than thorough: what a rule is not sure
 /// of stays.
 class RulesEngine : public CorrectionEngine {
   public:
-    /// Uses the Hunspell dictionaries en_US and, where it is installed, en_GB of the system.
-    RulesEngine();
+    /// Uses the Hunspell dictionaries en_US and, where it is installed, en_GB of the system. Rules named in
+    /// `disabledRules` do nothing.
+    explicit RulesEngine(const QStringList& disabledRules = {});
     ~RulesEngine() override;
 
     CorrectionResult correct(QString text) override;
+    /// The same, and `changes` gets what was changed, in the order of the lines and then of the rules.
+    CorrectionResult correct(const QString& text, std::vector<CorrectionChange>& changes) const;
+
+    static QStringList ruleNames();
+    /// Which of the names are no rule's.
+    static QStringList unknownRules(const QStringList& names);
 
   private:
+    void correct(Line& line, std::vector<CorrectionChange>& changes) const;
+
     std::unique_ptr<Speller> speller_;
+    QSet<QString> disabledRules_;
 };
 
 } // namespace vellumline

@@ -2,6 +2,8 @@
 #include "VellumlineService/Correction/RulesEngine.h"
 #include "VellumlineService/Correction/Speller.h"
 
+#include <QRegularExpression>
+#include <QSet>
 #include <QTest>
 #include <thread>
 
@@ -124,6 +126,36 @@ class CorrectionEngineTest : public QObject {
             thread.join();
         }
         QCOMPARE(different.load(), 0);
+    }
+    void everyRuleHasAKebabCaseNameOfItsOwn() {
+        QSet<QString> seen;
+        const QStringList names = RulesEngine::ruleNames();
+        for (const QString& name : names) {
+            static const QRegularExpression kebab(QStringLiteral("^[a-z]+(-[a-z]+)*$"));
+            QVERIFY2(kebab.match(name).hasMatch(), qPrintable(name));
+            QVERIFY2(!seen.contains(name), qPrintable(name));
+            seen.insert(name);
+        }
+    }
+    void aRuleCanBeSwitchedOff() {
+        RulesEngine without({QStringLiteral("spelling")});
+        QCOMPARE(without.correct(QStringLiteral("A recieved leter is a apple.")).text,
+                 QStringLiteral("A recieved leter is an apple."));
+        QCOMPARE(RulesEngine::unknownRules({QStringLiteral("spelling"), QStringLiteral("speling")}),
+                 QStringList{QStringLiteral("speling")});
+    }
+    void changesNameTheirRule() {
+        std::vector<CorrectionChange> changes;
+        const auto result = engine_.correct(QStringLiteral("It is a apple.\nRead the the letter."), changes);
+        QCOMPARE(result.text, QStringLiteral("It is an apple.\nRead the letter."));
+        QCOMPARE(changes.size(), size_t{2});
+        QCOMPARE(changes.at(0).rule, QStringLiteral("a-an"));
+        QCOMPARE(changes.at(0).before, QStringLiteral("a"));
+        QCOMPARE(changes.at(0).after, QStringLiteral("an"));
+        QVERIFY(!changes.at(0).why.isEmpty());
+        QCOMPARE(changes.at(1).rule, QStringLiteral("doubled-word"));
+        QCOMPARE(changes.at(1).before, QStringLiteral("the the"));
+        QCOMPARE(changes.at(1).after, QStringLiteral("the"));
     }
     void enginesAreKnownByName() {
         for (const QString& name : correctionEngineNames()) {
