@@ -74,7 +74,8 @@ const QSet<QString>& abbreviations() {
 
 } // namespace
 
-Line::Line(const QString& text, bool startsSentence) : curlyApostrophes_(text.contains(curlyApostrophe)) {
+Line::Line(const QString& text, bool startsSentence, const Tagger& tagger)
+    : tagger_(tagger), curlyApostrophes_(text.contains(curlyApostrophe)) {
     tokenize(text);
     index(startsSentence);
 }
@@ -238,7 +239,111 @@ void Line::replaceExactly(int i, const QString& made) {
     if (curlyApostrophes_) {
         token.text.replace(u'\'', curlyApostrophe);
     }
-    edits_.push_back({before, token.text});
+    changed(before, token.text);
+}
+
+void Line::changed(const QString& before, const QString& after) {
+    edits_.push_back({before, after});
+    tags_.clear();
+}
+
+void Line::insertBefore(int i, const QString& lowerWord) {
+    const int at = words_[static_cast<size_t>(i)];
+    Token& next = word(i);
+    const QString before = next.text;
+    Token made;
+    made.kind = Token::Kind::word;
+    made.text = lowerWord;
+    made.lower = lowerWord;
+    made.startsSentence = next.startsSentence;
+    if (next.startsSentence && next.text.front().isUpper()) {
+        made.text.front() = made.text.front().toUpper();
+        if (next.text != QStringLiteral("I")) {
+            next.text.front() = next.text.front().toLower();
+        }
+    }
+    next.startsSentence = false;
+    changed(before, made.text + u' ' + next.text);
+    Token space;
+    space.kind = Token::Kind::space;
+    space.text = QStringLiteral(" ");
+    tokens_.insert(tokens_.begin() + at, {made, space});
+    for (size_t later = static_cast<size_t>(i); later < words_.size(); ++later) {
+        words_[later] += 2;
+    }
+    words_.insert(words_.begin() + i, at);
+}
+
+void Line::insertSignAfter(int i, QChar sign) {
+    const int at = words_[static_cast<size_t>(i)] + 1;
+    Token made;
+    made.kind = Token::Kind::punctuation;
+    made.text = sign;
+    tokens_.insert(tokens_.begin() + at, made);
+    for (size_t later = static_cast<size_t>(i) + 1; later < words_.size(); ++later) {
+        ++words_[later];
+    }
+    changed(word(i).text, word(i).text + sign);
+}
+
+Tag Line::tag(int i) const {
+    tagAll();
+    return i >= 0 && i < wordCount() ? tags_[static_cast<size_t>(i)].first : Tag::other;
+}
+
+Tag Line::cliticTag(int i) const {
+    tagAll();
+    return i >= 0 && i < wordCount() ? tags_[static_cast<size_t>(i)].second : Tag::other;
+}
+
+void Line::tagAll() const {
+    if (!tags_.empty() || words_.empty()) {
+        return;
+    }
+    tags_.resize(words_.size(), {Tag::other, Tag::other});
+    std::vector<std::string> pieces;
+    std::vector<std::pair<size_t, bool>> places; // The word of each piece, and whether it is its second part.
+    const auto flush = [&] {
+        const std::vector<Tag> found = tagger_.tag(pieces);
+        for (size_t piece = 0; piece < pieces.size(); ++piece) {
+            const auto [at, second] = places[piece];
+            if (at < words_.size()) {
+                (second ? tags_[at].second : tags_[at].first) = found[piece];
+            }
+        }
+        pieces.clear();
+        places.clear();
+    };
+    const auto add = [&](const QString& text, size_t at, bool second) {
+        pieces.push_back(text.toStdString());
+        places.emplace_back(at, second);
+    };
+    size_t at = 0;
+    for (const Token& token : tokens_) {
+        if (token.kind == Token::Kind::space) {
+            continue;
+        }
+        if (token.kind != Token::Kind::word) {
+            add(token.text, words_.size(), false);
+            continue;
+        }
+        if (token.startsSentence && !pieces.empty()) {
+            flush();
+        }
+        const QString text = QString(token.text).replace(curlyApostrophe, u'\'');
+        const qsizetype apostrophe = text.lastIndexOf(u'\'');
+        const qsizetype cut = text.endsWith(QStringLiteral("n't"), Qt::CaseInsensitive) ? text.size() - 3
+                              : token.lower == QStringLiteral("cannot")                 ? 3
+                                                                                        : apostrophe;
+        if (cut > 0) {
+            add(text.left(cut), at, false);
+            add(text.mid(cut), at, true);
+        } else {
+            add(text, at, false);
+        }
+        ++at;
+    }
+    flush();
 }
 
 std::vector<Line::Edit> Line::takeEdits() {
@@ -252,10 +357,10 @@ void Line::remove(int i) {
     const QString removed = word(i).text;
     const auto erase = [&](int from, int to) { tokens_.erase(tokens_.begin() + from, tokens_.begin() + to); };
     if (!follows(i).isEmpty()) {
-        edits_.push_back({word(i - 1).text + u' ' + removed, word(i - 1).text});
+        changed(word(i - 1).text + u' ' + removed, word(i - 1).text);
         erase(at - 1, at + 1);
     } else if (i + 1 < wordCount() && !follows(i + 1).isEmpty()) {
-        edits_.push_back({removed + u' ' + word(i + 1).text, word(i + 1).text});
+        changed(removed + u' ' + word(i + 1).text, word(i + 1).text);
         erase(at, at + 2);
     } else {
         return;

@@ -1,6 +1,9 @@
 #pragma once
 
+#include "VellumlineService/Correction/Tagger.h"
+
 #include <QString>
+#include <utility>
 #include <vector>
 
 namespace vellumline {
@@ -29,7 +32,7 @@ class Line {
         QString after;
     };
 
-    Line(const QString& text, bool startsSentence);
+    Line(const QString& text, bool startsSentence, const Tagger& tagger);
 
     QString text() const;
     bool looksLikeCode() const { return looksLikeCode_; }
@@ -47,6 +50,12 @@ class Line {
     QString lower(int i) const;
     /// The lower-case word before `i` when only one space stands between; else empty.
     QString before(int i) const;
+    /// What the word at an index is; of "don't" and "John's" the first part. `Tag::other` out of range.
+    Tag tag(int i) const;
+    /// The part behind the apostrophe: `Tag::possessive` in "John's book"; `Tag::other` where there is none.
+    Tag cliticTag(int i) const;
+    /// Whether only one space stands between the word and the one before.
+    bool isNextTo(int i) const { return !follows(i).isEmpty(); }
     /// Whether a sentence's or clause's punctuation, or the line's end, follows the word.
     bool endsClause(int i) const;
     /// The punctuation right after the word; null when none is.
@@ -56,6 +65,11 @@ class Line {
     void replace(int i, const QString& lowerWord);
     /// As it stands, for "I" and names.
     void replaceExactly(int i, const QString& word);
+    /// Puts a lower-case word in front of the word at an index, with a space; at the start of a sentence the
+    /// capital moves.
+    void insertBefore(int i, const QString& lowerWord);
+    /// Puts a sign right behind the word.
+    void insertSignAfter(int i, QChar sign);
     /// Takes a word out with the space before it, or after it at the start.
     void remove(int i);
     /// The changes since the last call.
@@ -64,10 +78,15 @@ class Line {
   private:
     void tokenize(const QString& text);
     void index(bool startsSentence);
+    void changed(const QString& before, const QString& after);
+    void tagAll() const;
 
     std::vector<Token> tokens_;
     std::vector<int> words_;
     std::vector<Edit> edits_;
+    const Tagger& tagger_;
+    // The tags of the words, made when they are asked for; empty after a change.
+    mutable std::vector<std::pair<Tag, Tag>> tags_;
     bool looksLikeCode_ = false;
     bool curlyApostrophes_ = false;
 };

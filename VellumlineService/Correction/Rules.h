@@ -1,5 +1,6 @@
 #pragma once
 
+#include "VellumlineService/Correction/Inflections.h"
 #include "VellumlineService/Correction/Line.h"
 #include "VellumlineService/Correction/Speller.h"
 
@@ -10,6 +11,7 @@ namespace vellumline {
 /// What a rule may ask.
 struct RuleTools {
     const Speller& speller;
+    const Inflections& inflections;
 };
 
 /// One named habit of correction. Names are kebab-case and stay: people switch rules off by them.

@@ -7,7 +7,9 @@
 namespace vellumline {
 
 RulesEngine::RulesEngine(const QStringList& disabledRules)
-    : speller_(std::make_unique<Speller>()), disabledRules_(disabledRules.cbegin(), disabledRules.cend()) {}
+    : speller_(std::make_unique<Speller>()), inflections_(std::make_unique<Inflections>()),
+      tagger_(std::make_unique<Tagger>(*inflections_)),
+      disabledRules_(disabledRules.cbegin(), disabledRules.cend()) {}
 
 RulesEngine::~RulesEngine() = default;
 
@@ -31,7 +33,7 @@ QStringList RulesEngine::unknownRules(const QStringList& names) {
 }
 
 void RulesEngine::correct(Line& line, std::vector<CorrectionChange>& changes) const {
-    const RuleTools tools{*speller_};
+    const RuleTools tools{*speller_, *inflections_};
     for (const Rule& rule : correctionRules()) {
         const QString name = QString::fromLatin1(rule.name);
         if (disabledRules_.contains(name)) {
@@ -66,7 +68,7 @@ CorrectionResult RulesEngine::correct(const QString& text, std::vector<Correctio
         }
         if (end > at) {
             const QString original = text.mid(at, end - at);
-            Line line(original, startsSentence);
+            Line line(original, startsSentence, *tagger_);
             correct(line, changes);
             corrected += line.text();
             startsSentence = line.wordCount() == 0 ? startsSentence : line.endsSentence();

@@ -9,8 +9,10 @@
 
 namespace vellumline {
 
+class Inflections;
 class Line;
 class Speller;
+class Tagger;
 
 /// One change and the rule that made it.
 struct CorrectionChange {
@@ -41,6 +43,8 @@ class RulesEngine : public CorrectionEngine {
     void correct(Line& line, std::vector<CorrectionChange>& changes) const;
 
     std::unique_ptr<Speller> speller_;
+    std::unique_ptr<Inflections> inflections_;
+    std::unique_ptr<Tagger> tagger_;
     QSet<QString> disabledRules_;
 };
 
