@@ -72,8 +72,11 @@ class StatusMenuPanel : public QWidget {
         QColor border = palette().color(QPalette::WindowText);
         constexpr int borderAlpha = 70;
         border.setAlpha(borderAlpha);
-        painter.setPen(border);
-        painter.drawRect(rect().adjusted(0, 0, -1, -1));
+        // Four bars rather than an outline, which at fractional scales lies half outside.
+        painter.fillRect(QRect(0, 0, width(), 1), border);
+        painter.fillRect(QRect(0, height() - 1, width(), 1), border);
+        painter.fillRect(QRect(0, 1, 1, height() - 2), border);
+        painter.fillRect(QRect(width() - 1, 1, 1, height() - 2), border);
     }
     void changeEvent(QEvent* event) override {
         QWidget::changeEvent(event);
