@@ -63,7 +63,7 @@ int runAccount(const QStringList& arguments) {
         parser.addOption(made);
         return QString::fromLatin1(name);
     };
-    const QString database = option("database", "The SQLite file.", "file");
+    const QString database = option("database", "sqlite:PATH or postgresql://USER@HOST/NAME.", "address");
     const QString plan = option("plan", "free, monthly, yearly or paid.", "plan");
     const QString used = option("used", "Rewrites used so far.", "number");
     const QString freeRewrites = option("free-rewrites", "Rewrites that the free plan allows.", "number");
@@ -100,7 +100,13 @@ int runAccount(const QStringList& arguments) {
             return refuse(QStringLiteral("--%1 needs a number, 0 or more.").arg(name));
         }
     }
-    Storage storage(parser.isSet(database) ? parser.value(database) : Storage::defaultPath());
+    QString unread;
+    const auto place = DatabaseAddress::from(
+        parser.isSet(database) ? parser.value(database) : Storage::defaultPath(), unread);
+    if (!place) {
+        return refuse(unread);
+    }
+    Storage storage(*place);
     if (const auto problem = storage.open()) {
         return refuse(*problem);
     }
@@ -116,6 +122,11 @@ int runAccount(const QStringList& arguments) {
                 parser.isSet(monthlyLimit) ? *number(parser.value(monthlyLimit)) : account.monthlyLimit;
             account.minuteLimit =
                 parser.isSet(minuteLimit) ? *number(parser.value(minuteLimit)) : account.minuteLimit;
+            if (parser.isSet(minuteLimit)) {
+                // A new limit starts with a new minute, or it would hold for rewrites from before it.
+                account.minuteStarted = 0;
+                account.minuteUsed = 0;
+            }
             if (parser.isSet(monthUsed)) {
                 account.monthUsed = *number(parser.value(monthUsed));
                 account.month = QDateTime::currentDateTimeUtc().toString(QStringLiteral("yyyy-MM"));
@@ -172,8 +183,9 @@ int runService(QCoreApplication& application) {
                                     QStringLiteral("address"), QStringLiteral("127.0.0.1"));
     const QCommandLineOption port(QStringLiteral("port"), QStringLiteral("Port (8642); 0: any free one."),
                                   QStringLiteral("port"), QStringLiteral("8642"));
-    const QCommandLineOption database(QStringLiteral("database"), QStringLiteral("The SQLite file."),
-                                      QStringLiteral("file"), Storage::defaultPath());
+    const QCommandLineOption database(QStringLiteral("database"),
+                                      QStringLiteral("sqlite:PATH or postgresql://USER@HOST/NAME."),
+                                      QStringLiteral("address"), Storage::defaultPath());
     const QCommandLineOption engineName(
         QStringLiteral("engine"),
         QStringLiteral("One of: %1.").arg(correctionEngineNames().join(QStringLiteral(", "))),
@@ -223,7 +235,12 @@ int runService(QCoreApplication& application) {
         return refuse(QStringLiteral("--engine is one of: %1.")
                           .arg(correctionEngineNames().join(QStringLiteral(", "))));
     }
-    Storage storage(parser.value(database));
+    QString unread;
+    const auto place = DatabaseAddress::from(parser.value(database), unread);
+    if (!place) {
+        return refuse(unread);
+    }
+    Storage storage(*place);
     if (const auto problem = storage.open()) {
         return refuse(*problem);
     }

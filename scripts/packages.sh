@@ -21,9 +21,9 @@ packages[demo]="
     xvfb openbox dbus-x11 gnome-keyring libsecret-tools xdotool wmctrl x11-xserver-utils x11-xkb-utils
     xclip imagemagick fonts-dejavu-core procps util-linux iproute2 python3 python3-gi gir1.2-atspi-2.0
     mousepad featherpad chromium chromium-driver"
-# The applications, tray hosts and clipboard managers that the desktop tests run against.
+# The applications, tray hosts and clipboard managers that the desktop tests run against, and the service's other database.
 packages[test]="
-    xinput x11-apps xfwm4 openssl tint2 trayer xfce4-panel lxqt-panel python3-pil python3-xdg faketime
+    libqt6sql6-psql postgresql xinput x11-apps xfwm4 openssl tint2 trayer xfce4-panel lxqt-panel python3-pil python3-xdg faketime
     kate gedit gnome-text-editor libreoffice-writer libreoffice-gtk3 firefox-esr xterm xfce4-terminal plasma-workspace"
 packages[check]="git clang clang-tidy clang-format libclang-rt-14-dev llvm shellcheck"
 

@@ -3,11 +3,9 @@
 #include "VellumlineService/Service/Pages.h"
 #include "VellumlineService/Service/Tokens.h"
 
-#include <QDateTime>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QTextBoundaryFinder>
-#include <QTimeZone>
 
 namespace vellumline {
 
@@ -350,23 +348,6 @@ HttpAnswer CorrectionService::accountInfo(const HttpRequest& request) {
                       {QStringLiteral("closed"), account->closed}});
 }
 
-bool CorrectionService::takeMinuteSlot(const Account& account) {
-    if (account.minuteLimit <= 0) {
-        return true;
-    }
-    const qint64 now = now_();
-    const QMutexLocker lock(&minuteMutex_);
-    std::deque<qint64>& times = minute_[account.id];
-    while (!times.empty() && times.front() <= now - 60'000) {
-        times.pop_front();
-    }
-    if (static_cast<qint64>(times.size()) >= account.minuteLimit) {
-        return false;
-    }
-    times.push_back(now);
-    return true;
-}
-
 HttpAnswer CorrectionService::freeLimitAnswer() {
     QJsonObject reply{{QStringLiteral("error"), QStringLiteral("free rewrites used up")}};
     for (const QString& name : {QStringLiteral("monthlyCheckoutUrl"), QStringLiteral("yearlyCheckoutUrl")}) {
@@ -399,15 +380,15 @@ HttpAnswer CorrectionService::rewrite(const HttpRequest& request) {
     if (characterCount(*text, textLimit) > textLimit) {
         return error(400, "text is too long");
     }
-    const QString month =
-        QDateTime::fromMSecsSinceEpoch(now_(), QTimeZone::utc()).toString(QStringLiteral("yyyy-MM"));
+    // Looked at here so that the engine does not work for nothing; what counts is the look when it is
+    // counted.
     if (account->freeUsedUp()) {
         return freeLimitAnswer();
     }
-    if (account->monthUsedUp(month)) {
+    if (account->monthUsedUp(Storage::monthOf(now_()))) {
         return error(429, "monthly limit reached");
     }
-    if (!takeMinuteSlot(*account)) {
+    if (account->minuteUsedUp(now_())) {
         return error(429, "too many rewrites in a minute");
     }
     const CorrectionResult result = engine_.correct(*text);
@@ -422,13 +403,15 @@ HttpAnswer CorrectionService::rewrite(const HttpRequest& request) {
     if (!request.claim->claim()) {
         return error(504, "the correction took too long");
     }
-    switch (storage_.countRewrite(account->id, month)) {
+    switch (storage_.countRewrite(account->id, now_())) {
     case Storage::Use::counted:
         return json(200, {{QStringLiteral("text"), result.text}});
     case Storage::Use::freeLimit:
         return freeLimitAnswer();
     case Storage::Use::monthlyLimit:
         return error(429, "monthly limit reached");
+    case Storage::Use::minuteLimit:
+        return error(429, "too many rewrites in a minute");
     case Storage::Use::closed:
         return error(401, "account closed");
     case Storage::Use::missing:

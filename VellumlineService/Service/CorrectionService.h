@@ -4,10 +4,7 @@
 #include "VellumlineService/Service/HttpMessage.h"
 #include "VellumlineService/Service/Storage.h"
 
-#include <QHash>
-#include <QMutex>
 #include <QStringList>
-#include <deque>
 #include <functional>
 
 namespace vellumline {
@@ -70,7 +67,6 @@ class CorrectionService {
     QByteArray accessToken(const Account& account) const;
     /// The account of the bearer token; nothing when there is none or it is bad or expired.
     std::optional<Account> authorised(const HttpRequest& request);
-    bool takeMinuteSlot(const Account& account);
     HttpAnswer freeLimitAnswer();
 
     const ServiceSettings settings_;
@@ -78,8 +74,6 @@ class CorrectionService {
     CorrectionEngine& engine_;
     const Now now_;
     const QByteArray key_;
-    QMutex minuteMutex_;
-    QHash<qint64, std::deque<qint64>> minute_; ///< Times of the last minute's rewrites by account.
 };
 
 } // namespace vellumline

@@ -1,77 +1,17 @@
 #include "VellumlineService/Service/Storage.h"
 
+#include "VellumlineService/Service/Migrations.h"
 #include "VellumlineService/Service/Tokens.h"
 
-#include <QDir>
-#include <QFile>
-#include <QFileInfo>
-#include <QHash>
-#include <QSqlError>
-#include <QSqlQuery>
+#include <QDateTime>
 #include <QStandardPaths>
-#include <QVariant>
-#include <atomic>
-#include <vector>
+#include <QTimeZone>
 
 namespace vellumline {
 
 namespace {
 
-std::atomic<quint64> nextStorageId = 1;
-
-/// The connections of one thread; QSqlDatabase belongs to the thread that opened it.
-struct ThreadConnections {
-    QHash<quint64, QString> names;
-    ~ThreadConnections() {
-        for (const QString& name : std::as_const(names)) {
-            QSqlDatabase::removeDatabase(name);
-        }
-    }
-};
-
-ThreadConnections& threadConnections() {
-    thread_local ThreadConnections connections;
-    return connections;
-}
-
-/// One list of statements for each schema version, first to last; never edited once released. The text keeps
-/// to what SQLite and PostgreSQL share.
-const std::vector<std::vector<const char*>>& migrations() {
-    static const std::vector<std::vector<const char*>> all = {
-        {
-            "CREATE TABLE settings (name TEXT PRIMARY KEY, value TEXT NOT NULL)",
-            "CREATE TABLE accounts (id BIGINT PRIMARY KEY, email TEXT NOT NULL, plan TEXT NOT NULL,"
-            " rewrites_used BIGINT NOT NULL, free_rewrites BIGINT NOT NULL, month TEXT NOT NULL,"
-            " month_used BIGINT NOT NULL, monthly_limit BIGINT NOT NULL, minute_limit BIGINT NOT NULL,"
-            " renewal_canceled INTEGER NOT NULL, past_due INTEGER NOT NULL, closed INTEGER NOT NULL)",
-            "CREATE TABLE families (id TEXT PRIMARY KEY, account_id BIGINT NOT NULL REFERENCES accounts(id),"
-            " created_at BIGINT NOT NULL, ended_at BIGINT)",
-            "CREATE TABLE handoffs (code_hash TEXT PRIMARY KEY, challenge TEXT NOT NULL,"
-            " account_id BIGINT NOT NULL REFERENCES accounts(id), expires_at BIGINT NOT NULL, used_at BIGINT,"
-            " family_id TEXT)",
-            "CREATE TABLE refresh_tokens (token_hash TEXT PRIMARY KEY,"
-            " family_id TEXT NOT NULL REFERENCES families(id), issued_at BIGINT NOT NULL, used_at BIGINT)",
-            "CREATE INDEX refresh_tokens_family ON refresh_tokens (family_id)",
-        },
-    };
-    return all;
-}
-
-/// A prepared statement with its values; false when the database refuses.
-bool run(QSqlQuery& query, const char* text, const QVariantList& values = {}) {
-    if (!query.prepare(QString::fromLatin1(text))) {
-        return false;
-    }
-    for (const QVariant& value : values) {
-        query.addBindValue(value);
-    }
-    return query.exec();
-}
-
-bool run(QSqlDatabase& database, const char* text, const QVariantList& values = {}) {
-    QSqlQuery query(database);
-    return run(query, text, values);
-}
+constexpr qint64 localId = 1;
 
 // An empty QString may be null, and a null QString would be bound as NULL.
 QString notNull(const QString& text) {
@@ -80,14 +20,7 @@ QString notNull(const QString& text) {
 
 } // namespace
 
-Storage::Storage(QString path) : path_(std::move(path)), id_(nextStorageId.fetch_add(1)) {}
-
-Storage::~Storage() {
-    const QString name = threadConnections().names.take(id_);
-    if (!name.isEmpty()) {
-        QSqlDatabase::removeDatabase(name);
-    }
-}
+Storage::Storage(DatabaseAddress address) : database_(std::move(address)) {}
 
 QString Storage::defaultPath() {
     return QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation) +
@@ -98,327 +31,251 @@ int Storage::schemaVersion() {
     return static_cast<int>(migrations().size());
 }
 
-QSqlDatabase Storage::database() {
-    QString& name = threadConnections().names[id_];
-    if (!name.isEmpty()) {
-        return QSqlDatabase::database(name);
-    }
-    static std::atomic<quint64> number = 0;
-    name = QStringLiteral("service-%1-%2").arg(id_).arg(number.fetch_add(1));
-    QSqlDatabase database = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), name);
-    database.setDatabaseName(path_);
-    database.setConnectOptions(QStringLiteral("QSQLITE_BUSY_TIMEOUT=5000"));
-    if (database.open()) {
-        run(database, "PRAGMA journal_mode = WAL");
-        // With WAL, NORMAL loses at most the last commits when the machine (not the program) dies, and never
-        // breaks the file (sqlite.org/pragma.html#pragma_synchronous).
-        run(database, "PRAGMA synchronous = NORMAL");
-        run(database, "PRAGMA foreign_keys = ON");
-    }
-    return database;
-}
-
-bool Storage::inTransaction(const std::function<bool(QSqlDatabase&)>& work) {
-    QSqlDatabase connection = database();
-    // The write lock is taken at once: a transaction that first reads and then writes could meet SQLITE_BUSY
-    // without any wait (sqlite.org/lang_transaction.html).
-    if (!run(connection, "BEGIN IMMEDIATE")) {
-        return false;
-    }
-    if (work(connection) && run(connection, "COMMIT")) {
-        return true;
-    }
-    run(connection, "ROLLBACK");
-    return false;
-}
-
-std::optional<QString> Storage::open() {
-    const QFileInfo file(path_);
-    const QString folder = file.absolutePath();
-    if (!QFileInfo::exists(folder)) {
-        if (!QDir().mkpath(folder) ||
-            !QFile::setPermissions(folder, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner)) {
-            return QStringLiteral("The data folder %1 cannot be made.").arg(folder);
-        }
-    }
-    if (!file.exists()) {
-        QFile made(path_);
-        if (!made.open(QIODevice::WriteOnly | QIODevice::NewOnly, QFile::ReadOwner | QFile::WriteOwner) &&
-            !QFileInfo::exists(path_)) {
-            return QStringLiteral("The database %1 cannot be made.").arg(path_);
-        }
-    }
-    QSqlDatabase connection = database();
-    if (!connection.isOpen()) {
-        return QStringLiteral("The database %1 cannot be opened: %2")
-            .arg(path_, connection.lastError().text());
-    }
-    std::optional<QString> problem;
-    const bool done = inTransaction([&](QSqlDatabase& db) {
-        if (!run(db, "CREATE TABLE IF NOT EXISTS schema_version (version INTEGER NOT NULL)")) {
-            return false;
-        }
-        QSqlQuery query(db);
-        if (!run(query, "SELECT version FROM schema_version")) {
-            return false;
-        }
-        const bool known = query.next();
-        const int present = known ? query.value(0).toInt() : 0;
-        query.finish();
-        if (present > schemaVersion()) {
-            problem =
-                QStringLiteral("The database %1 was written by a newer version of this program (schema %2, "
-                               "this one knows %3). Nothing was changed.")
-                    .arg(path_)
-                    .arg(present)
-                    .arg(schemaVersion());
-            return false;
-        }
-        for (int version = present; version < schemaVersion(); ++version) {
-            for (const char* statement : migrations()[static_cast<size_t>(version)]) {
-                if (!run(db, statement)) {
-                    return false;
-                }
-            }
-        }
-        return known ? run(db, "UPDATE schema_version SET version = ?", {schemaVersion()})
-                     : run(db, "INSERT INTO schema_version (version) VALUES (?)", {schemaVersion()});
-    });
-    if (!done && !problem) {
-        problem = QStringLiteral("The database %1 cannot be used; it may be damaged, locked or read-only.")
-                      .arg(path_);
-    }
-    return problem;
+QString Storage::monthOf(qint64 nowMilliseconds) {
+    return QDateTime::fromMSecsSinceEpoch(nowMilliseconds, QTimeZone::utc())
+        .toString(QStringLiteral("yyyy-MM"));
 }
 
 std::optional<QString> Storage::setting(const QString& name) {
-    QSqlDatabase connection = database();
-    QSqlQuery query(connection);
-    if (!run(query, "SELECT value FROM settings WHERE name = ?", {name}) || !query.next()) {
-        return {};
-    }
-    return query.value(0).toString();
+    auto answer = database_.run("SELECT value FROM settings WHERE name = ?", {name});
+    return answer.next() ? std::optional(answer.text(0)) : std::nullopt;
 }
 
 bool Storage::setSetting(const QString& name, const QString& value) {
-    QSqlDatabase connection = database();
-    return run(connection,
-               "INSERT INTO settings (name, value) VALUES (?, ?)"
-               " ON CONFLICT (name) DO UPDATE SET value = excluded.value",
-               {name, notNull(value)});
+    return bool(database_.run("INSERT INTO settings (name, value) VALUES (?, ?)"
+                              " ON CONFLICT (name) DO UPDATE SET value = excluded.value",
+                              {name, notNull(value)}));
 }
 
 QByteArray Storage::signingKey() {
-    QSqlDatabase connection = database();
     const QString name = QStringLiteral("signingKey");
-    run(connection, "INSERT INTO settings (name, value) VALUES (?, ?) ON CONFLICT (name) DO NOTHING",
-        {name, QString::fromLatin1(randomToken(32))});
+    database_.run("INSERT INTO settings (name, value) VALUES (?, ?) ON CONFLICT (name) DO NOTHING",
+                  {name, QString::fromLatin1(randomToken(32))});
     return setting(name).value_or(QString()).toLatin1();
 }
 
-std::optional<Account> Storage::account(QSqlDatabase& connection, qint64 id) {
-    QSqlQuery query(connection);
-    if (!run(query,
-             "SELECT email, plan, rewrites_used, free_rewrites, month, month_used, monthly_limit, "
-             "minute_limit,"
-             " renewal_canceled, past_due, closed FROM accounts WHERE id = ?",
-             {id}) ||
-        !query.next()) {
+std::optional<Account> Storage::account(qint64 id) {
+    auto answer =
+        database_.run("SELECT email, plan, rewrites_used, free_rewrites, month, month_used, monthly_limit,"
+                      " minute_limit, minute_started, minute_used, renewal_canceled, past_due, closed"
+                      " FROM accounts WHERE id = ?",
+                      {id});
+    if (!answer.next()) {
         return {};
     }
     Account found;
     found.id = id;
-    found.email = query.value(0).toString();
-    found.plan = query.value(1).toString();
-    found.rewritesUsed = query.value(2).toLongLong();
-    found.freeRewrites = query.value(3).toLongLong();
-    found.month = query.value(4).toString();
-    found.monthUsed = query.value(5).toLongLong();
-    found.monthlyLimit = query.value(6).toLongLong();
-    found.minuteLimit = query.value(7).toLongLong();
-    found.renewalCanceled = query.value(8).toInt() != 0;
-    found.pastDue = query.value(9).toInt() != 0;
-    found.closed = query.value(10).toInt() != 0;
+    found.email = answer.text(0);
+    found.plan = answer.text(1);
+    found.rewritesUsed = answer.number(2);
+    found.freeRewrites = answer.number(3);
+    found.month = answer.text(4);
+    found.monthUsed = answer.number(5);
+    found.monthlyLimit = answer.number(6);
+    found.minuteLimit = answer.number(7);
+    found.minuteStarted = answer.number(8);
+    found.minuteUsed = answer.number(9);
+    found.renewalCanceled = answer.number(10) != 0;
+    found.pastDue = answer.number(11) != 0;
+    found.closed = answer.number(12) != 0;
     return found;
 }
 
-std::optional<Account> Storage::account(qint64 id) {
-    QSqlDatabase connection = database();
-    return account(connection, id);
-}
-
 bool Storage::changeLocalAccount(const std::function<void(Account&)>& change) {
-    const auto present = localAccount();
-    if (!present) {
+    if (!localAccount()) {
         return false;
     }
-    return inTransaction([&](QSqlDatabase& db) {
-        auto fresh = account(db, present->id);
+    return database_.inTransaction([&] {
+        // Locks the row, so that no rewrite is counted between the reading and the writing.
+        if (database_.run("UPDATE accounts SET id = id WHERE id = ?", {localId}).changed() != 1) {
+            return false;
+        }
+        auto fresh = account(localId);
         if (!fresh) {
             return false;
         }
         change(*fresh);
-        return saveAccount(db, *fresh);
+        return saveAccount(*fresh);
     });
 }
 
-bool Storage::saveAccount(QSqlDatabase& connection, const Account& a) {
-    return run(
-        connection,
-        "INSERT INTO accounts (id, email, plan, rewrites_used, free_rewrites, month, month_used,"
-        " monthly_limit, minute_limit, renewal_canceled, past_due, closed)"
-        " VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?) ON CONFLICT (id) DO UPDATE SET email = excluded.email,"
-        " plan = excluded.plan, rewrites_used = excluded.rewrites_used,"
-        " free_rewrites = excluded.free_rewrites, month = excluded.month, month_used = excluded.month_used,"
-        " monthly_limit = excluded.monthly_limit, minute_limit = excluded.minute_limit,"
-        " renewal_canceled = excluded.renewal_canceled, past_due = excluded.past_due,"
-        " closed = excluded.closed",
-        {a.id, notNull(a.email), a.plan, a.rewritesUsed, a.freeRewrites, notNull(a.month), a.monthUsed,
-         a.monthlyLimit, a.minuteLimit, int(a.renewalCanceled), int(a.pastDue), int(a.closed)});
+bool Storage::saveAccount(const Account& a) {
+    return database_
+               .run(
+                   "UPDATE accounts SET email = ?, plan = ?, rewrites_used = ?, free_rewrites = ?, month = ?,"
+                   " month_used = ?, monthly_limit = ?, minute_limit = ?, minute_started = ?, minute_used = "
+                   "?,"
+                   " renewal_canceled = ?, past_due = ?, closed = ? WHERE id = ?",
+                   {notNull(a.email), a.plan, a.rewritesUsed, a.freeRewrites, notNull(a.month), a.monthUsed,
+                    a.monthlyLimit, a.minuteLimit, a.minuteStarted, a.minuteUsed, int(a.renewalCanceled),
+                    int(a.pastDue), int(a.closed), a.id})
+               .changed() == 1;
 }
 
 bool Storage::reopenAccount(qint64 id) {
-    QSqlDatabase connection = database();
-    return run(connection, "UPDATE accounts SET closed = 0 WHERE id = ?", {id});
+    return bool(database_.run("UPDATE accounts SET closed = 0 WHERE id = ?", {id}));
 }
 
 std::optional<Account> Storage::localAccount() {
-    constexpr qint64 localId = 1;
-    std::optional<Account> found;
-    const bool done = inTransaction([&](QSqlDatabase& db) {
-        // Nobody sells anything to a person on their own machine: the plan is "paid", the defaults of
-        // Account.
-        const Account fresh;
-        if (!run(db,
-                 "INSERT INTO accounts (id, email, plan, rewrites_used, free_rewrites, month, month_used,"
-                 " monthly_limit, minute_limit, renewal_canceled, past_due, closed)"
-                 " VALUES (?, '', ?, 0, ?, '', 0, ?, ?, 0, 0, 0) ON CONFLICT (id) DO NOTHING",
-                 {localId, fresh.plan, fresh.freeRewrites, fresh.monthlyLimit, fresh.minuteLimit})) {
-            return false;
-        }
-        found = account(db, localId);
-        return found.has_value();
-    });
-    return done ? found : std::nullopt;
+    if (auto present = account(localId)) {
+        return present;
+    }
+    // Nobody sells anything to a person on their own machine: the plan is "paid", the defaults of Account.
+    const Account fresh;
+    if (!database_.run(
+            "INSERT INTO accounts (id, email, plan, rewrites_used, free_rewrites, month, month_used,"
+            " monthly_limit, minute_limit, renewal_canceled, past_due, closed)"
+            " VALUES (?, '', ?, 0, ?, '', 0, ?, ?, 0, 0, 0) ON CONFLICT (id) DO NOTHING",
+            {localId, fresh.plan, fresh.freeRewrites, fresh.monthlyLimit, fresh.minuteLimit})) {
+        return {};
+    }
+    return account(localId);
 }
 
-Storage::Use Storage::countRewrite(qint64 accountId, const QString& month) {
-    QSqlDatabase connection = database();
-    QSqlQuery query(connection);
-    if (!run(query,
-             "UPDATE accounts SET rewrites_used = rewrites_used + 1,"
-             " month_used = CASE WHEN month = ? THEN month_used + 1 ELSE 1 END, month = ?"
-             " WHERE id = ? AND closed = 0 AND (plan <> 'free' OR rewrites_used < free_rewrites)"
-             " AND (monthly_limit = 0 OR month <> ? OR month_used < monthly_limit)",
-             {month, month, accountId, month})) {
-        return Use::storageFailure;
+Storage::Use Storage::countRewrite(qint64 accountId, qint64 nowMilliseconds) {
+    const QString month = monthOf(nowMilliseconds);
+    const qint64 minuteAgo = nowMilliseconds - 60'000;
+    {
+        const auto answer =
+            database_.run("UPDATE accounts SET rewrites_used = rewrites_used + 1,"
+                          " month_used = CASE WHEN month = ? THEN month_used + 1 ELSE 1 END, month = ?,"
+                          " minute_used = CASE WHEN minute_started > ? THEN minute_used + 1 ELSE 1 END,"
+                          " minute_started = CASE WHEN minute_started > ? THEN minute_started ELSE ? END"
+                          " WHERE id = ? AND closed = 0 AND (plan <> 'free' OR rewrites_used < free_rewrites)"
+                          " AND (monthly_limit = 0 OR month <> ? OR month_used < monthly_limit)"
+                          " AND (minute_limit = 0 OR minute_started <= ? OR minute_used < minute_limit)",
+                          {month, month, minuteAgo, minuteAgo, nowMilliseconds, accountId, month, minuteAgo});
+        if (!answer) {
+            return Use::storageFailure;
+        }
+        if (answer.changed() == 1) {
+            return Use::counted;
+        }
     }
-    if (query.numRowsAffected() == 1) {
-        return Use::counted;
-    }
-    const auto refused = account(connection, accountId);
+    const auto refused = account(accountId);
     if (!refused) {
         return Use::missing;
     }
     if (refused->closed) {
         return Use::closed;
     }
-    return refused->freeUsedUp() ? Use::freeLimit : Use::monthlyLimit;
+    if (refused->freeUsedUp()) {
+        return Use::freeLimit;
+    }
+    return refused->monthUsedUp(month) ? Use::monthlyLimit : Use::minuteLimit;
 }
 
 bool Storage::addHandoff(const QByteArray& code, const QString& challenge, qint64 accountId, qint64 now) {
-    return inTransaction([&](QSqlDatabase& db) {
+    return database_.inTransaction([&] {
         // Codes are kept a day past their end so that a late program is told "gone" instead of "unknown".
-        return run(db, "DELETE FROM handoffs WHERE expires_at < ?", {now - 86400}) &&
-               run(db,
+        return database_.run("DELETE FROM handoffs WHERE expires_at < ?", {now - 86400}) &&
+               database_.run(
                    "INSERT INTO handoffs (code_hash, challenge, account_id, expires_at) VALUES (?, ?, ?, ?)",
                    {secretHash(code), challenge, accountId, now + handoffSeconds});
     });
 }
 
-bool Storage::addRefreshToken(QSqlDatabase& db, const QString& family, const QByteArray& token, qint64 now) {
-    return run(db, "INSERT INTO refresh_tokens (token_hash, family_id, issued_at) VALUES (?, ?, ?)",
-               {secretHash(token), family, now});
+bool Storage::addRefreshToken(const QString& family, const QByteArray& token, qint64 now) {
+    return bool(
+        database_.run("INSERT INTO refresh_tokens (token_hash, family_id, issued_at) VALUES (?, ?, ?)",
+                      {secretHash(token), family, now}));
 }
 
 Storage::Issued Storage::redeemHandoff(const QByteArray& code, const QByteArray& challenge, qint64 now) {
     Issued issued;
-    const bool done = inTransaction([&](QSqlDatabase& db) {
-        const QString hash = secretHash(code);
-        QSqlQuery query(db);
-        if (!run(query,
-                 "SELECT challenge, account_id, expires_at, used_at, family_id FROM handoffs WHERE code_hash "
-                 "= ?",
-                 {hash})) {
+    const QString hash = secretHash(code);
+    const bool done = database_.inTransaction([&] {
+        // The first of several attempts takes the code; PostgreSQL lets the others wait here.
+        const auto taken = database_.run(
+            "UPDATE handoffs SET used_at = ? WHERE code_hash = ? AND used_at IS NULL", {now, hash});
+        if (!taken) {
             return false;
         }
-        if (!query.next()) {
-            issued.outcome = Exchange::refused;
-            return true;
+        const bool first = taken.changed() == 1;
+        QByteArray expected;
+        qint64 accountId = 0;
+        bool expired = false;
+        QString earlier;
+        {
+            auto answer = database_.run(
+                "SELECT challenge, account_id, expires_at, family_id FROM handoffs WHERE code_hash = ?",
+                {hash});
+            if (!answer) {
+                return false;
+            }
+            if (!answer.next()) {
+                issued.outcome = Exchange::refused;
+                return true;
+            }
+            expected = answer.text(0).toLatin1();
+            accountId = answer.number(1);
+            expired = answer.number(2) <= now;
+            earlier = answer.text(3);
         }
-        const QByteArray expected = query.value(0).toString().toLatin1();
-        const qint64 accountId = query.value(1).toLongLong();
-        const bool expired = query.value(2).toLongLong() <= now;
-        const bool used = !query.value(3).isNull();
-        const QString earlier = query.value(4).toString();
-        query.finish();
-        if (used || expired) {
+        if (!first || expired) {
             issued.outcome = Exchange::gone;
             return earlier.isEmpty() ||
-                   run(db, "UPDATE families SET ended_at = ? WHERE id = ? AND ended_at IS NULL",
-                       {now, earlier});
+                   database_.run("UPDATE families SET ended_at = ? WHERE id = ? AND ended_at IS NULL",
+                                 {now, earlier});
         }
-        const bool fits = equalInConstantTime(expected, challenge);
-        const QString family = fits ? QString::fromLatin1(randomToken(16)) : QString();
-        if (!run(db, "UPDATE handoffs SET used_at = ?, family_id = ? WHERE code_hash = ?",
-                 {now, family, hash})) {
-            return false;
-        }
-        if (!fits) {
+        if (!equalInConstantTime(expected, challenge)) {
             issued.outcome = Exchange::refused;
             return true;
         }
-        const auto owner = account(db, accountId);
+        const auto owner = account(accountId);
         if (!owner) {
             return false;
         }
+        const QString family = QString::fromLatin1(randomToken(16));
         issued.account = *owner;
         issued.refreshToken = randomToken(32);
         issued.outcome = Exchange::done;
-        return run(db, "INSERT INTO families (id, account_id, created_at) VALUES (?, ?, ?)",
-                   {family, accountId, now}) &&
-               addRefreshToken(db, family, issued.refreshToken, now);
+        return database_.run("UPDATE handoffs SET family_id = ? WHERE code_hash = ?", {family, hash}) &&
+               database_.run("INSERT INTO families (id, account_id, created_at) VALUES (?, ?, ?)",
+                             {family, accountId, now}) &&
+               addRefreshToken(family, issued.refreshToken, now);
     });
     return done ? issued : Issued();
 }
 
 Storage::Issued Storage::rotateRefreshToken(const QByteArray& token, qint64 now) {
     Issued issued;
-    const bool done = inTransaction([&](QSqlDatabase& db) {
-        const QString hash = secretHash(token);
-        QSqlQuery query(db);
-        if (!run(query,
-                 "SELECT t.family_id, t.issued_at, t.used_at, f.account_id, f.ended_at FROM refresh_tokens t"
-                 " JOIN families f ON f.id = t.family_id WHERE t.token_hash = ?",
-                 {hash})) {
+    const QString hash = secretHash(token);
+    const bool done = database_.inTransaction([&] {
+        // The first of several attempts takes the token; PostgreSQL lets the others wait here.
+        const auto taken = database_.run(
+            "UPDATE refresh_tokens SET used_at = ? WHERE token_hash = ? AND used_at IS NULL", {now, hash});
+        if (!taken) {
             return false;
         }
-        if (!query.next()) {
-            issued.outcome = Exchange::refused;
-            return true;
+        const bool first = taken.changed() == 1;
+        QString family;
+        qint64 accountId = 0;
+        bool idle = false;
+        bool ended = false;
+        {
+            auto answer = database_.run(
+                "SELECT t.family_id, t.issued_at, f.account_id, f.ended_at FROM refresh_tokens t"
+                " JOIN families f ON f.id = t.family_id WHERE t.token_hash = ?",
+                {hash});
+            if (!answer) {
+                return false;
+            }
+            if (!answer.next()) {
+                issued.outcome = Exchange::refused;
+                return true;
+            }
+            family = answer.text(0);
+            idle = answer.number(1) + refreshIdleSeconds <= now;
+            accountId = answer.number(2);
+            ended = !answer.isNull(3);
         }
-        const QString family = query.value(0).toString();
-        const bool idle = query.value(1).toLongLong() + refreshIdleSeconds <= now;
-        const bool used = !query.value(2).isNull();
-        const qint64 accountId = query.value(3).toLongLong();
-        const bool ended = !query.value(4).isNull();
-        query.finish();
-        if (used || ended || idle) {
+        if (!first || ended || idle) {
             issued.outcome = Exchange::refused;
-            return run(db, "UPDATE families SET ended_at = ? WHERE id = ? AND ended_at IS NULL",
-                       {now, family});
+            return bool(database_.run("UPDATE families SET ended_at = ? WHERE id = ? AND ended_at IS NULL",
+                                      {now, family}));
         }
-        const auto owner = account(db, accountId);
+        const auto owner = account(accountId);
         if (!owner) {
             return false;
         }
@@ -427,10 +284,9 @@ Storage::Issued Storage::rotateRefreshToken(const QByteArray& token, qint64 now)
         issued.outcome = Exchange::done;
         // Exchanged tokens are remembered as long as they could have lived, so that a copy is still
         // recognised.
-        return run(db, "DELETE FROM refresh_tokens WHERE family_id = ? AND used_at < ?",
-                   {family, now - refreshIdleSeconds}) &&
-               run(db, "UPDATE refresh_tokens SET used_at = ? WHERE token_hash = ?", {now, hash}) &&
-               addRefreshToken(db, family, issued.refreshToken, now);
+        return database_.run("DELETE FROM refresh_tokens WHERE family_id = ? AND used_at < ?",
+                             {family, now - refreshIdleSeconds}) &&
+               addRefreshToken(family, issued.refreshToken, now);
     });
     return done ? issued : Issued();
 }

@@ -1,7 +1,8 @@
 #pragma once
 
+#include "VellumlineService/Service/Database.h"
+
 #include <QByteArray>
-#include <QSqlDatabase>
 #include <QString>
 #include <functional>
 #include <optional>
@@ -14,10 +15,12 @@ struct Account {
     QString plan = QStringLiteral("paid");
     qint64 rewritesUsed = 0;
     qint64 freeRewrites = 30;
-    qint64 monthUsed = 0;    ///< Rewrites in `month`.
-    QString month;           ///< "2026-03", UTC.
-    qint64 monthlyLimit = 0; ///< 0: none.
-    qint64 minuteLimit = 60; ///< 0: none.
+    qint64 monthUsed = 0;     ///< Rewrites in `month`.
+    QString month;            ///< "2026-03", UTC.
+    qint64 monthlyLimit = 0;  ///< 0: none.
+    qint64 minuteLimit = 60;  ///< 0: none.
+    qint64 minuteStarted = 0; ///< Milliseconds; the minute that `minuteUsed` counts.
+    qint64 minuteUsed = 0;
     bool renewalCanceled = false;
     bool pastDue = false;
     bool closed = false;
@@ -26,29 +29,29 @@ struct Account {
     bool monthUsedUp(const QString& thisMonth) const {
         return monthlyLimit > 0 && month == thisMonth && monthUsed >= monthlyLimit;
     }
+    bool minuteUsedUp(qint64 nowMilliseconds) const {
+        return minuteLimit > 0 && minuteStarted > nowMilliseconds - 60'000 && minuteUsed >= minuteLimit;
+    }
 };
 
-/// Everything the service keeps. Thread-safe: each thread has a database connection of its own. Operations
-/// answer `storageFailure` (or nothing) when the database does; they never throw.
+/// Everything the service keeps, the same on SQLite and PostgreSQL. Thread-safe, and safe for several
+/// processes on one database. Operations answer `storageFailure` (or nothing) when the database does; they
+/// never throw.
 class Storage {
   public:
-    /// Times are seconds since 1970-01-01 UTC.
+    /// Times are seconds since 1970-01-01 UTC, where not called milliseconds.
     static constexpr qint64 handoffSeconds = 600;
     static constexpr qint64 refreshIdleSeconds = qint64{180} * 86400;
 
-    explicit Storage(QString path);
-    Storage(const Storage&) = delete;
-    Storage& operator=(const Storage&) = delete;
-    ~Storage();
+    explicit Storage(DatabaseAddress address);
 
     /// The usual place: vellumline-service/service.sqlite under the XDG data folder.
     static QString defaultPath();
     /// The schema this program writes.
     static int schemaVersion();
 
-    /// Creates the file (0600) and its folder (0700) when missing and brings the schema up to date. A
-    /// sentence for the user when that cannot be.
-    std::optional<QString> open();
+    /// See Database::open.
+    std::optional<QString> open() { return database_.open(); }
 
     std::optional<QString> setting(const QString& name);
     bool setSetting(const QString& name, const QString& value);
@@ -62,10 +65,12 @@ class Storage {
     /// The one account of a service for one person; made on first use.
     std::optional<Account> localAccount();
 
-    enum class Use { counted, freeLimit, monthlyLimit, closed, missing, storageFailure };
+    enum class Use { counted, freeLimit, monthlyLimit, minuteLimit, closed, missing, storageFailure };
     /// Counts one rewrite, if the account may have it, in one atomic statement: of any number of simultaneous
-    /// requests exactly as many are counted as the allowance holds.
-    Use countRewrite(qint64 accountId, const QString& month);
+    /// requests, in any number of processes, exactly as many are counted as the allowance holds.
+    Use countRewrite(qint64 accountId, qint64 nowMilliseconds);
+    /// "2026-03", UTC.
+    static QString monthOf(qint64 nowMilliseconds);
 
     bool addHandoff(const QByteArray& code, const QString& challenge, qint64 accountId, qint64 now);
     enum class Exchange { done, refused, gone, storageFailure };
@@ -82,15 +87,10 @@ class Storage {
     Issued rotateRefreshToken(const QByteArray& token, qint64 now);
 
   private:
-    bool saveAccount(QSqlDatabase& database, const Account& account);
-    QSqlDatabase database();
-    /// Runs `work` in a write transaction; false rolls back.
-    bool inTransaction(const std::function<bool(QSqlDatabase&)>& work);
-    std::optional<Account> account(QSqlDatabase& database, qint64 id);
-    bool addRefreshToken(QSqlDatabase& database, const QString& family, const QByteArray& token, qint64 now);
+    bool saveAccount(const Account& account);
+    bool addRefreshToken(const QString& family, const QByteArray& token, qint64 now);
 
-    const QString path_;
-    const quint64 id_;
+    Database database_;
 };
 
 } // namespace vellumline

@@ -1,3 +1,5 @@
+#include "TestDatabase.h"
+
 #include "VellumlineCore/RewriteReply.h"
 #include "VellumlineService/Service/CorrectionService.h"
 #include "VellumlineService/Service/Tokens.h"
@@ -45,6 +47,7 @@ class CorrectionServiceTest : public QObject {
     Q_OBJECT
 
     std::unique_ptr<QTemporaryDir> folder_;
+    QString address_;
     std::unique_ptr<Storage> storage_;
     FakeEngine engine_;
     std::unique_ptr<CorrectionService> service_;
@@ -111,7 +114,8 @@ class CorrectionServiceTest : public QObject {
   private Q_SLOTS:
     void init() {
         folder_ = std::make_unique<QTemporaryDir>();
-        storage_ = std::make_unique<Storage>(folder_->filePath(QStringLiteral("data/service.sqlite")));
+        address_ = test::freshDatabase(folder_->path());
+        storage_ = std::make_unique<Storage>(test::databaseAddress(address_));
         QVERIFY(!storage_->open());
         now_ = 1'800'000'000'000;
         engine_.status = CorrectionResult::Status::corrected;
@@ -283,14 +287,10 @@ class CorrectionServiceTest : public QObject {
     }
     void tokensAreStoredHashedOnly() {
         const HttpAnswer redeemed = redeem(newCode());
-        QSqlDatabase look = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), QStringLiteral("look"));
-        look.setDatabaseName(folder_->filePath(QStringLiteral("data/service.sqlite")));
-        QVERIFY(look.open());
-        QSqlQuery query(look);
-        QVERIFY(query.exec(QStringLiteral("SELECT token_hash FROM refresh_tokens")) && query.next());
-        QCOMPARE(query.value(0).toString(), secretHash(field(redeemed, "refresh_token")));
-        query.finish();
-        look.close();
+        Database look(test::databaseAddress(address_));
+        auto answer = look.run("SELECT token_hash FROM refresh_tokens");
+        QVERIFY(answer.next());
+        QCOMPARE(answer.text(0), secretHash(field(redeemed, "refresh_token")));
     }
 
     void aRewriteAnswersWithTheEnginesText() {
@@ -491,21 +491,6 @@ class CorrectionServiceTest : public QObject {
         const HttpAnswer answer = get("/v1/rewrite");
         QCOMPARE(answer.status, 405);
         QVERIFY(answer.headers.contains(QPair<QByteArray, QByteArray>("Allow", "POST")));
-    }
-    void aNewerSchemaIsRefusedAndLeftAlone() {
-        const QString path = folder_->filePath(QStringLiteral("newer.sqlite"));
-        {
-            QSqlDatabase made = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), QStringLiteral("newer"));
-            made.setDatabaseName(path);
-            QVERIFY(made.open());
-            QSqlQuery query(made);
-            QVERIFY(query.exec(QStringLiteral("CREATE TABLE schema_version (version INTEGER NOT NULL)")));
-            QVERIFY(query.exec(QStringLiteral("INSERT INTO schema_version VALUES (99)")));
-        }
-        Storage newer(path);
-        const auto problem = newer.open();
-        QVERIFY(problem);
-        QVERIFY(problem->contains(QStringLiteral("newer version")));
     }
     void thePublishedPkceExampleHolds() { QCOMPARE(pkceChallenge(verifier), challenge); }
     void everyJwtDiffersFromTheOneBefore() {
