@@ -268,7 +268,7 @@ int runService(QCoreApplication& application) {
     limits.answerMilliseconds = static_cast<int>(*patience * 1000);
     HttpServer server(
         limits, [&service](const HttpRequest& request) { return service.handle(request); },
-        &CorrectionService::isSlow);
+        &CorrectionService::laneOf);
     server.setListenBacklogSize(128);
     if (!server.listen(address, static_cast<quint16>(*portNumber))) {
         return refuse(QStringLiteral("cannot listen on %1 port %2: %3")

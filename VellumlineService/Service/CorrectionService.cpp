@@ -81,8 +81,8 @@ CorrectionService::CorrectionService(ServiceSettings settings, Storage& storage,
     : settings_(std::move(settings)), storage_(storage), engine_(engine), now_(std::move(now)),
       key_(storage.signingKey()) {}
 
-bool CorrectionService::isSlow(const HttpRequest& request) {
-    return request.path == "/v1/rewrite";
+HttpServer::Lane CorrectionService::laneOf(const HttpRequest& request) {
+    return request.path == "/v1/rewrite" ? HttpServer::Lane::correction : HttpServer::Lane::quick;
 }
 
 HttpAnswer CorrectionService::handle(const HttpRequest& request) {

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "VellumlineService/Correction/CorrectionEngine.h"
-#include "VellumlineService/Service/HttpMessage.h"
+#include "VellumlineService/Service/HttpServer.h"
 #include "VellumlineService/Service/Storage.h"
 
 #include <QStringList>
@@ -37,8 +37,7 @@ class CorrectionService {
     CorrectionService(ServiceSettings settings, Storage& storage, CorrectionEngine& engine, Now now);
 
     HttpAnswer handle(const HttpRequest& request);
-    /// Whether a request runs the engine.
-    static bool isSlow(const HttpRequest& request);
+    static HttpServer::Lane laneOf(const HttpRequest& request);
 
   private:
     struct Route {

@@ -35,6 +35,7 @@ struct HttpRequest {
     QByteArray query;                             ///< Without the question mark, still percent-encoded.
     QList<QPair<QByteArray, QByteArray>> headers; ///< Names in lower case.
     QByteArray body;
+    QByteArray peer; ///< The address of the other end, without its port.
     bool keepAlive = true;
     bool expectsContinue = false;
     std::shared_ptr<RequestClaim> claim = std::make_shared<RequestClaim>();
@@ -63,6 +64,13 @@ struct HttpLimits {
     int answerMilliseconds = 12'000; ///< For the handler; below the 15 s for which the program waits.
     int idleMilliseconds = 60'000;   ///< For an open connection without a request.
     int connections = 512;
+    /// Beyond this many waiting corrections an honest "unavailable" is better than an answer after the
+    /// client's patience: two cores make about 1000 in a second.
+    int waitingCorrections = 256;
+    /// A password's check takes 64 MiB and a tenth of a second; an attacker may not fill a queue with them.
+    int waitingPasswords = 16;
+    /// A client that does not take its answers gets no further ones.
+    qint64 unsentBytes = 64 * 1024;
 };
 
 /// Reads HTTP/1.0 and HTTP/1.1 requests out of a byte stream (RFC 9112). Strict where leniency lets two

@@ -1,5 +1,7 @@
 #include "VellumlineService/Service/HttpServer.h"
 
+#include <QElapsedTimer>
+#include <QHostAddress>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QPointer>
@@ -9,10 +11,6 @@
 namespace vellumline {
 
 namespace {
-
-// Beyond this many waiting corrections an honest "unavailable" is better than an answer after the client's
-// patience.
-constexpr int slowQueueLimit = 64;
 
 HttpAnswer errorAnswer(int status, const QString& text) {
     HttpAnswer answer;
@@ -37,6 +35,8 @@ class HttpConnection : public QObject {
         connect(&timer_, &QTimer::timeout, this, &HttpConnection::tooLate);
         connect(socket_, &QTcpSocket::readyRead, this, &HttpConnection::read);
         connect(socket_, &QTcpSocket::disconnected, this, &HttpConnection::end);
+        connect(socket_, &QTcpSocket::bytesWritten, this, &HttpConnection::written);
+        waiting_.start();
         timer_.start(server_.limits_.idleMilliseconds);
         read();
     }
@@ -48,9 +48,20 @@ class HttpConnection : public QObject {
         }
     }
 
+    /// For how long this connection has waited for its client; nothing while the client waits for us.
+    std::optional<qint64> idleFor() const {
+        return busy_ || ended_ ? std::nullopt : std::optional(waiting_.elapsed());
+    }
+
+    /// Gives the place up for another client.
+    void evict() {
+        socket_->abort();
+        end();
+    }
+
   private:
     void read() {
-        if (busy_ || closing_) {
+        if (busy_ || closing_ || unsent_) {
             return;
         }
         const HttpParser::State before = parser_.state();
@@ -83,30 +94,30 @@ class HttpConnection : public QObject {
         keepAlive_ = request.keepAlive;
         head_ = request.method == "HEAD";
         claim_ = request.claim;
-        const bool slow = server_.isSlow_(request);
-        if (slow && server_.slowQueued_->load() >= slowQueueLimit) {
+        answered_ = {request.method, request.path, 0, 0};
+        took_.start();
+        request.peer = socket_->peerAddress().toString().toLatin1();
+        const HttpServer::Lane lane = server_.laneOf_(request);
+        HttpServer::Workers& workers = server_.lanes_[static_cast<size_t>(lane)];
+        if (workers.limit > 0 && workers.queued >= workers.limit) {
             claim_->giveUp();
-            answer(errorAnswer(503, QStringLiteral("too many corrections are waiting")));
+            answer(errorAnswer(503, lane == HttpServer::Lane::correction
+                                        ? QStringLiteral("too many corrections are waiting")
+                                        : QStringLiteral("too many requests are waiting")));
             return;
         }
         timer_.start(server_.limits_.answerMilliseconds);
         const QPointer<HttpConnection> self(this);
-        const auto queued = server_.slowQueued_;
-        if (slow) {
-            queued->fetch_add(1);
-        }
+        ++workers.queued;
         // The server outlives its pools, and the pools outlive every job; the connection may not.
         HttpServer* const server = &server_;
-        auto& pool = server_.poolFor(request);
-        pool.start([self, server, queued, slow, request = std::move(request)] {
+        workers.pool.start([self, server, &workers, request = std::move(request)] {
             const auto claim = request.claim;
             HttpAnswer made;
             if (!claim->givenUp()) {
                 made = server->handler_(request);
             }
-            if (slow) {
-                queued->fetch_sub(1);
-            }
+            --workers.queued;
             QMetaObject::invokeMethod(
                 server,
                 [self, claim, made = std::move(made)] {
@@ -125,6 +136,12 @@ class HttpConnection : public QObject {
     void answer(const HttpAnswer& made) {
         busy_ = false;
         claim_.reset();
+        waiting_.start();
+        if (server_.observer_) {
+            answered_.status = made.status;
+            answered_.microseconds = took_.isValid() ? took_.nsecsElapsed() / 1000 : 0;
+            server_.observer_(answered_);
+        }
         const bool keep = keepAlive_ && !server_.stopping_;
         QByteArray out = "HTTP/1.1 " + QByteArray::number(made.status) + ' ' + httpReason(made.status) +
                          "\r\nContent-Length: " + QByteArray::number(made.body.size()) +
@@ -146,24 +163,41 @@ class HttpConnection : public QObject {
             socket_->disconnectFromHost();
             return;
         }
+        if (socket_->bytesToWrite() > server_.limits_.unsentBytes) {
+            unsent_ = true;
+            timer_.start(server_.limits_.bodyMilliseconds);
+            return;
+        }
+        proceed();
+    }
+
+    void proceed() {
         timer_.start(server_.limits_.idleMilliseconds);
         const HttpParser::State before = parser_.state();
         advance(before, parser_.proceed());
-        if (!busy_ && !closing_ && socket_->bytesAvailable() > 0) {
+        if (!busy_ && !closing_ && !unsent_ && socket_->bytesAvailable() > 0) {
             read();
+        }
+    }
+
+    void written() {
+        if (unsent_ && socket_->bytesToWrite() <= server_.limits_.unsentBytes) {
+            unsent_ = false;
+            proceed();
         }
     }
 
     void refuse(int status) {
         keepAlive_ = false;
         head_ = false;
+        answered_ = {};
+        took_.invalidate();
         answer(errorAnswer(status, QString::fromLatin1(httpReason(status)).toLower()));
     }
 
     void tooLate() {
-        if (closing_) {
-            socket_->abort();
-            end();
+        if (closing_ || unsent_) {
+            evict();
         } else if (busy_) {
             if (claim_->giveUp()) {
                 answer(errorAnswer(504, QStringLiteral("the correction took too long")));
@@ -197,7 +231,11 @@ class HttpConnection : public QObject {
     HttpServer& server_;
     HttpParser parser_;
     QTimer timer_;
+    QElapsedTimer waiting_; ///< Since the client was last answered, or came.
+    QElapsedTimer took_;
+    HttpServer::Answered answered_;
     std::shared_ptr<RequestClaim> claim_;
+    bool unsent_ = false;
     bool busy_ = false;
     bool keepAlive_ = true;
     bool head_ = false;
@@ -205,27 +243,50 @@ class HttpConnection : public QObject {
     bool ended_ = false;
 };
 
-HttpServer::HttpServer(HttpLimits limits, Handler handler, SlowTest isSlow, QObject* parent)
-    : QTcpServer(parent), limits_(limits), handler_(std::move(handler)), isSlow_(std::move(isSlow)) {
-    quickPool_.setMaxThreadCount(2);
-    quickPool_.setExpiryTimeout(-1);
-    slowPool_.setMaxThreadCount(std::max(2, QThread::idealThreadCount()));
-    slowPool_.setExpiryTimeout(-1);
+HttpServer::HttpServer(HttpLimits limits, Handler handler, LaneOf laneOf, QObject* parent)
+    : QTcpServer(parent), limits_(limits), handler_(std::move(handler)), laneOf_(std::move(laneOf)) {
+    const int cores = std::max(2, QThread::idealThreadCount());
+    const std::array<std::pair<int, int>, 3> sizes = {
+        {{2, 0}, {cores, limits_.waitingCorrections}, {1, limits_.waitingPasswords}}};
+    for (size_t i = 0; i < lanes_.size(); ++i) {
+        lanes_[i].pool.setMaxThreadCount(sizes[i].first);
+        lanes_[i].pool.setExpiryTimeout(-1);
+        lanes_[i].limit = sizes[i].second;
+    }
     connect(this, &QTcpServer::newConnection, this, &HttpServer::accept);
 }
 
 HttpServer::~HttpServer() {
-    quickPool_.waitForDone();
-    slowPool_.waitForDone();
+    for (Workers& workers : lanes_) {
+        workers.pool.waitForDone();
+    }
 }
 
-QThreadPool& HttpServer::poolFor(const HttpRequest& request) {
-    return isSlow_(request) ? slowPool_ : quickPool_;
+bool HttpServer::makeRoom() {
+    if (connections_ < limits_.connections) {
+        return true;
+    }
+    // Whoever has kept us waiting longest goes: clients that hold connections open, or send a byte now and
+    // then, cannot shut others out.
+    HttpConnection* longest = nullptr;
+    qint64 most = -1;
+    const QList<HttpConnection*> open = findChildren<HttpConnection*>(Qt::FindDirectChildrenOnly);
+    for (HttpConnection* connection : open) {
+        const auto idle = connection->idleFor();
+        if (idle && *idle > most) {
+            most = *idle;
+            longest = connection;
+        }
+    }
+    if (longest) {
+        longest->evict();
+    }
+    return longest != nullptr;
 }
 
 void HttpServer::accept() {
     while (QTcpSocket* socket = nextPendingConnection()) {
-        if (connections_ >= limits_.connections || stopping_) {
+        if (stopping_ || !makeRoom()) {
             socket->abort();
             socket->deleteLater();
             continue;

@@ -4,6 +4,8 @@
 
 #include <QTcpServer>
 #include <QThreadPool>
+#include <array>
+#include <atomic>
 #include <functional>
 
 namespace vellumline {
@@ -18,12 +20,26 @@ class HttpServer : public QTcpServer {
     Q_OBJECT
   public:
     using Handler = std::function<HttpAnswer(const HttpRequest&)>;
-    /// Whether a request may take long; such requests have workers of their own, so that they cannot keep
-    /// sign-in and health waiting.
-    using SlowTest = std::function<bool(const HttpRequest&)>;
+    /// Which workers answer a request. Corrections and passwords have their own, so that neither can keep the
+    /// other, or sign-in and health, waiting.
+    enum class Lane { quick, correction, password };
+    using LaneOf = std::function<Lane(const HttpRequest&)>;
+    /// Told about each answer, on the server's thread; a request that could not be read has no method.
+    struct Answered {
+        QByteArray method;
+        QByteArray path;
+        int status = 0;
+        qint64 microseconds = 0; ///< From the whole request to its answer.
+    };
+    using Observer = std::function<void(const Answered&)>;
 
-    HttpServer(HttpLimits limits, Handler handler, SlowTest isSlow, QObject* parent = nullptr);
+    HttpServer(HttpLimits limits, Handler handler, LaneOf laneOf, QObject* parent = nullptr);
     ~HttpServer() override;
+
+    void observe(Observer observer) { observer_ = std::move(observer); }
+    /// For any thread.
+    int openConnections() const { return connections_; }
+    int waitingCorrections() const { return lanes_[1].queued; }
 
     /// Closes the listening socket and idle connections; `drained` follows once every begun request is
     /// answered.
@@ -36,15 +52,20 @@ class HttpServer : public QTcpServer {
     friend class HttpConnection;
     void accept();
     void connectionEnded();
-    QThreadPool& poolFor(const HttpRequest& request);
+    bool makeRoom();
+
+    struct Workers {
+        QThreadPool pool;
+        std::atomic<int> queued = 0;
+        int limit = 0;
+    };
 
     HttpLimits limits_;
     Handler handler_;
-    SlowTest isSlow_;
-    QThreadPool quickPool_;
-    QThreadPool slowPool_;
-    std::shared_ptr<std::atomic<int>> slowQueued_ = std::make_shared<std::atomic<int>>(0);
-    int connections_ = 0;
+    LaneOf laneOf_;
+    Observer observer_;
+    std::array<Workers, 3> lanes_; ///< By `Lane`.
+    std::atomic<int> connections_ = 0;
     bool stopping_ = false;
 };
 

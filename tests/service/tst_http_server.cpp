@@ -21,8 +21,8 @@ class HttpServerTest : public QObject {
         }();
         return answer + socket.readAll();
     }
-    static HttpServer::SlowTest never() {
-        return [](const HttpRequest&) { return false; };
+    static HttpServer::LaneOf never() {
+        return [](const HttpRequest&) { return HttpServer::Lane::quick; };
     }
     static HttpServer::Handler echo() {
         return [](const HttpRequest& request) {
@@ -151,6 +151,121 @@ class HttpServerTest : public QObject {
         QVERIFY(server.listen(QHostAddress::LocalHost));
         QCOMPARE(exchange(server, {}), QByteArray());
     }
+    void clientsThatHoldEveryConnectionDoNotShutOthersOut() {
+        HttpLimits limits;
+        limits.connections = 8;
+        HttpServer server(limits, echo(), never());
+        QVERIFY(server.listen(QHostAddress::LocalHost));
+        std::vector<std::unique_ptr<QTcpSocket>> slow;
+        for (int i = 0; i < 24; ++i) {
+            slow.push_back(std::make_unique<QTcpSocket>());
+            slow.back()->connectToHost(QHostAddress::LocalHost, server.serverPort());
+            slow.back()->write("GET / HTTP/1.1\r\nHost:");
+        }
+        const auto open = [&] {
+            return std::count_if(slow.begin(), slow.end(), [](const auto& socket) {
+                return socket->state() == QAbstractSocket::ConnectedState;
+            });
+        };
+        QTRY_COMPARE(open(), 8);
+        QVERIFY(exchange(server, "GET /served HTTP/1.1\r\nHost: a\r\nConnection: close\r\n\r\n")
+                    .contains("GET /served"));
+        QTRY_COMPARE(open(), 7);
+    }
+    void aClientThatIsBeingAnsweredKeepsItsPlace() {
+        QSemaphore begun;
+        QSemaphore gate;
+        HttpLimits limits;
+        limits.connections = 2;
+        HttpServer server(
+            limits,
+            [&](const HttpRequest&) {
+                begun.release();
+                gate.acquire();
+                return HttpAnswer();
+            },
+            never());
+        QVERIFY(server.listen(QHostAddress::LocalHost));
+        QTcpSocket first;
+        QTcpSocket second;
+        for (QTcpSocket* socket : {&first, &second}) {
+            socket->connectToHost(QHostAddress::LocalHost, server.serverPort());
+            socket->write("GET / HTTP/1.1\r\nHost: a\r\nConnection: close\r\n\r\n");
+        }
+        QTRY_COMPARE(begun.available(), 2);
+        QCOMPARE(exchange(server, {}), QByteArray());
+        gate.release(2);
+        QTRY_VERIFY(first.bytesAvailable() > 0 && second.bytesAvailable() > 0);
+    }
+    void aClientThatTakesNoAnswersIsSentAway() {
+        std::atomic<int> answered = 0;
+        HttpLimits limits;
+        limits.bodyMilliseconds = 200;
+        HttpServer server(
+            limits,
+            [&](const HttpRequest&) {
+                ++answered;
+                HttpAnswer answer;
+                answer.body = QByteArray(4 * 1024 * 1024, 'a');
+                return answer;
+            },
+            never());
+        QVERIFY(server.listen(QHostAddress::LocalHost));
+        QTcpSocket socket;
+        socket.setReadBufferSize(1024);
+        socket.connectToHost(QHostAddress::LocalHost, server.serverPort());
+        socket.write(QByteArray("GET / HTTP/1.1\r\nHost: a\r\n\r\n").repeated(50));
+        QTRY_COMPARE(server.openConnections(), 1);
+        QTRY_COMPARE(server.openConnections(), 0);
+        QVERIFY2(answered.load() < 10, qPrintable(QString::number(answered.load())));
+    }
+    void passwordsAndCorrectionsDoNotKeepOthersWaiting() {
+        QSemaphore gate;
+        HttpLimits limits;
+        limits.waitingPasswords = 3;
+        HttpServer server(
+            limits,
+            [&](const HttpRequest& request) {
+                if (request.path != "/quick") {
+                    gate.acquire();
+                }
+                return HttpAnswer();
+            },
+            [](const HttpRequest& request) {
+                return request.path == "/password" ? HttpServer::Lane::password
+                       : request.path == "/text"   ? HttpServer::Lane::correction
+                                                   : HttpServer::Lane::quick;
+            });
+        QVERIFY(server.listen(QHostAddress::LocalHost));
+        std::vector<std::unique_ptr<QTcpSocket>> sockets;
+        for (int i = 0; i < 20; ++i) {
+            sockets.push_back(std::make_unique<QTcpSocket>());
+            sockets.back()->connectToHost(QHostAddress::LocalHost, server.serverPort());
+            sockets.back()->write("GET " + QByteArray(i < 5 ? "/password" : "/text") +
+                                  " HTTP/1.1\r\nHost: a\r\nConnection: close\r\n\r\n");
+        }
+        QTRY_COMPARE(server.waitingCorrections(), 15);
+        QVERIFY(exchange(server, "GET /quick HTTP/1.1\r\nHost: a\r\nConnection: close\r\n\r\n")
+                    .startsWith("HTTP/1.1 200 "));
+        int refused = 0;
+        for (int i = 0; i < 5; ++i) {
+            refused += sockets[static_cast<size_t>(i)]->readAll().startsWith("HTTP/1.1 503 ") ? 1 : 0;
+        }
+        QCOMPARE(refused, 2);
+        gate.release(20);
+    }
+    void everyAnswerIsReportedOnce() {
+        HttpServer server({}, echo(), never());
+        QList<HttpServer::Answered> seen;
+        server.observe([&](const HttpServer::Answered& answered) { seen.append(answered); });
+        QVERIFY(server.listen(QHostAddress::LocalHost));
+        exchange(server, "GET /one?secret HTTP/1.1\r\nHost: a\r\n\r\nnonsense\r\n\r\n");
+        QCOMPARE(seen.size(), 2);
+        QCOMPARE(seen.at(0).path, "/one");
+        QCOMPARE(seen.at(0).status, 200);
+        QCOMPARE(seen.at(1).path, QByteArray());
+        QCOMPARE(seen.at(1).status, 400);
+    }
     void aSlowHandlerIsGivenUpAndMayNotCommit() {
         QSemaphore gate;
         std::atomic<int> committed = 0;
@@ -165,7 +280,7 @@ class HttpServerTest : public QObject {
                 ++finished;
                 return HttpAnswer();
             },
-            [](const HttpRequest&) { return true; });
+            [](const HttpRequest&) { return HttpServer::Lane::correction; });
         QVERIFY(server.listen(QHostAddress::LocalHost));
         const QByteArray answer = exchange(server, "GET / HTTP/1.1\r\nHost: a\r\nConnection: close\r\n\r\n");
         QVERIFY(answer.startsWith("HTTP/1.1 504 "));
