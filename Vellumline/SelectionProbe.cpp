@@ -21,11 +21,19 @@ SelectionProbe::SelectionProbe(Accessibility& accessibility, Workspace& workspac
     : accessibility_(accessibility), workspace_(workspace), secureInput_(secureInput) {}
 
 QCoro::Task<ProbeAnswer> SelectionProbe::focused() {
+    ProbeTarget target;
+    ProbeAnswer answer = co_await classify(&target);
+    answer.target = std::move(target);
+    co_return answer;
+}
+
+QCoro::Task<ProbeAnswer> SelectionProbe::classify(ProbeTarget* target) {
     using Kind = ProbeAnswer::Kind;
 
     if (secureInput_.isSecureEventInputEnabled())
         co_return ProbeAnswer::of(Kind::secure);
     const std::optional<Workspace::Application> front = workspace_.frontmostApplication();
+    target->application = front;
     if (!front)
         co_return ProbeAnswer::of(Kind::unknown);
 
@@ -41,6 +49,7 @@ QCoro::Task<ProbeAnswer> SelectionProbe::focused() {
     if (element == nullptr || *element == nullptr)
         co_return ProbeAnswer::of(Kind::unknown);
     const AccessibilityElement focused = *element;
+    target->element = focused;
 
     const bool secure = co_await isSecureField(focused);
     if (secure)
@@ -50,6 +59,7 @@ QCoro::Task<ProbeAnswer> SelectionProbe::focused() {
     const auto* range = valueOf<TextRange>(rangeResult);
     if (range == nullptr)
         co_return ProbeAnswer::of(Kind::unknown);
+    target->range = *range;
     if (range->length == 0)
         co_return ProbeAnswer::of(Kind::emptySelection);
 
@@ -65,6 +75,25 @@ QCoro::Task<ProbeAnswer> SelectionProbe::focused() {
     }
     const bool neitherExamined = !textSettable.isValue() && !valueSettable.isValue();
     co_return ProbeAnswer::of(neitherExamined ? Kind::unknown : Kind::readOnly);
+}
+
+QCoro::Task<bool> SelectionProbe::isStillThere(ProbeTarget target) {
+    const std::optional<Workspace::Application> front = workspace_.frontmostApplication();
+    if (front != target.application || (front && front->window != target.application->window))
+        co_return false;
+    if (!front || !target.element)
+        co_return true; // it told nothing before
+    const AccessibilityElement application = accessibility_.applicationElement(front->processIdentifier);
+    accessibility_.setMessagingTimeout(application, messagingTimeout);
+    const auto focusedResult = co_await accessibility_.copyAttribute(application, Attribute::focusedElement);
+    const auto* element = valueOf<AccessibilityElement>(focusedResult);
+    if (element == nullptr || *element == nullptr || !(*element)->isSameAs(*target.element))
+        co_return false;
+    if (!target.range)
+        co_return true;
+    const auto rangeResult = co_await accessibility_.copyAttribute(*element, Attribute::selectedTextRange);
+    const auto* range = valueOf<TextRange>(rangeResult);
+    co_return range != nullptr&&* range == *target.range;
 }
 
 QCoro::Task<bool> SelectionProbe::isSecureField(AccessibilityElement element) {

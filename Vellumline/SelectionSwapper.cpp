@@ -67,11 +67,11 @@ QCoro::Task<RewriteOutcome> SelectionSwapper::rewrite() {
     if (characterCount(text) > maximumCharacters)
         co_return RewriteOutcome::problem(RewriteProblem::tooLong(maximumCharacters));
 
-    co_return co_await correct(text, font, snapshot);
+    co_return co_await correct(text, font, snapshot, answer.target);
 }
 
 QCoro::Task<RewriteOutcome> SelectionSwapper::correct(QString text, std::optional<Font> font,
-                                                      ClipboardSnapshot snapshot) {
+                                                      ClipboardSnapshot snapshot, ProbeTarget target) {
     using Problem = RewriteProblem::Kind;
 
     const APIResult<RewriteReply> reply = co_await client_.rewrite(text);
@@ -91,7 +91,7 @@ QCoro::Task<RewriteOutcome> SelectionSwapper::correct(QString text, std::optiona
 
     switch (reply->kind) {
     case RewriteReply::Kind::corrected:
-        co_return co_await paste(reply->text, font, snapshot);
+        co_return co_await paste(reply->text, font, snapshot, target);
     case RewriteReply::Kind::freeLimit:
         co_return RewriteOutcome::freeLimit(reply->monthlyURL, reply->yearlyURL);
     case RewriteReply::Kind::unauthorized:
@@ -117,7 +117,7 @@ QCoro::Task<RewriteOutcome> SelectionSwapper::correct(QString text, std::optiona
 }
 
 QCoro::Task<RewriteOutcome> SelectionSwapper::paste(QString text, std::optional<Font> font,
-                                                    ClipboardSnapshot snapshot) {
+                                                    ClipboardSnapshot snapshot, ProbeTarget target) {
     if (stopped_)
         co_return RewriteOutcome::problem(RewriteProblem::Kind::failed);
     ++borrowed_;
@@ -129,10 +129,29 @@ QCoro::Task<RewriteOutcome> SelectionSwapper::paste(QString text, std::optional<
         co_await ClipboardSnapshot::restore(snapshot, pasteboard_);
         co_return RewriteOutcome::problem(RewriteProblem::Kind::failed);
     }
+    const qint64 ours = pasteboard_.changeCount();
+    // The user may have turned elsewhere while the service thought, or copied something.
+    const bool stillThere = co_await probe_.isStillThere(target);
+    if (!stillThere || pasteboard_.changeCount() != ours) {
+        co_await giveBack(snapshot, ours, text);
+        co_return RewriteOutcome::problem(RewriteProblem::Kind::failed);
+    }
     keyEvents_.postCommand(KeyCode::v);
     co_await clock_.sleepFor(pasteDelay());
-    co_await ClipboardSnapshot::restore(snapshot, pasteboard_);
+    co_await giveBack(snapshot, ours, text);
     co_return RewriteOutcome::rewrote();
+}
+
+QCoro::Task<void> SelectionSwapper::giveBack(ClipboardSnapshot snapshot, qint64 ours, QString correction) {
+    if (pasteboard_.changeCount() != ours) {
+        // Somebody took the pasteboard. A clipboard manager holds the correction then; anything else is what
+        // the user copied just now, and theirs to keep.
+        const std::optional<QString> text = co_await pasteboard_.string();
+        const bool isCorrection = text && SelectionStyle::sameSelection(*text, correction);
+        if (!isCorrection)
+            co_return;
+    }
+    co_await ClipboardSnapshot::restore(snapshot, pasteboard_);
 }
 
 QCoro::Task<std::optional<CapturedSelection>> SelectionSwapper::copySelection(ClipboardSnapshot snapshot) {

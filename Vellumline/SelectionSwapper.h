@@ -57,8 +57,12 @@ class SelectionSwapper final : public SelectionRewriter {
     std::chrono::milliseconds pasteDelay() const;
 
   private:
-    QCoro::Task<RewriteOutcome> correct(QString text, std::optional<Font> font, ClipboardSnapshot snapshot);
-    QCoro::Task<RewriteOutcome> paste(QString text, std::optional<Font> font, ClipboardSnapshot snapshot);
+    QCoro::Task<RewriteOutcome> correct(QString text, std::optional<Font> font, ClipboardSnapshot snapshot,
+                                        ProbeTarget target);
+    QCoro::Task<RewriteOutcome> paste(QString text, std::optional<Font> font, ClipboardSnapshot snapshot,
+                                      ProbeTarget target);
+    /// Gives the pasteboard back unless the user has copied something else meanwhile.
+    QCoro::Task<void> giveBack(ClipboardSnapshot snapshot, qint64 ours, QString correction);
 
     TokenStore& store_;
     Accessibility& accessibility_;

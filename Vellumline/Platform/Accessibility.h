@@ -25,6 +25,8 @@ inline const QString value = QStringLiteral("AXValue");
 class AccessibilityNode {
   public:
     virtual ~AccessibilityNode() = default;
+    /// Whether both stand for one element of the other program, as two answers about it may.
+    virtual bool isSameAs(const AccessibilityNode& other) const { return this == &other; }
 };
 using AccessibilityElement = std::shared_ptr<const AccessibilityNode>;
 

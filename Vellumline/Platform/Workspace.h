@@ -12,7 +12,12 @@ class Workspace {
 
     struct Application {
         qint64 processIdentifier = 0;
-        bool operator==(const Application&) const = default;
+        quint64 window = 0; ///< the one in front, by the platform's own number; 0 where that is not known
+
+        /// The same program, whichever of its windows.
+        bool operator==(const Application& other) const {
+            return processIdentifier == other.processIdentifier;
+        }
     };
 
     /// The program whose window has the user's input now; nothing when there is none or it does not say who

@@ -31,6 +31,8 @@ FakeAccessibility::copyAttribute(AccessibilityElement element, QString attribute
     using Result = AccessibilityResult<AccessibilityValue>;
     ++messages_;
     log_.add(QStringLiteral("copyAttribute(%1, %2)").arg(nameOf(element), attribute));
+    if (const auto meanwhile = beforeAnswer)
+        meanwhile();
     const bool inTime = co_await answersInTime();
     if (!inTime)
         co_return Result{AccessibilityError::cannotComplete};

@@ -5,6 +5,7 @@
 #include "tests/fakes/CallLog.h"
 
 #include <QHash>
+#include <functional>
 #include <optional>
 
 namespace vellumline {
@@ -60,12 +61,19 @@ class FakeAccessibility final : public Accessibility {
     FakeElement& application(qint64 processIdentifier);
     /// A new node that has the focus in that program.
     FakeElement& focus(qint64 processIdentifier, const QString& name);
+    /// Nothing in that program has the focus any more.
+    void unfocus(qint64 processIdentifier) {
+        application(processIdentifier)
+            .fail(AccessibilityAttribute::focusedElement, AccessibilityError::noValue);
+    }
 
     bool trusted = true;
     std::optional<bool> trustedAfterRequest; ///< What the user answers to the request; unset: nothing yet.
     /// How long every call waits on the clock. One that is longer than the messaging time-out ends there,
     /// with cannotComplete.
     std::chrono::milliseconds delay{0};
+    /// Runs before an attribute is answered: what the user does meanwhile.
+    std::function<void()> beforeAnswer;
 
     const QStringList& calls() const { return log_.calls(); }
     /// The calls that ask the other program something.

@@ -136,6 +136,12 @@ struct AtSpiAccessibility::Node final : AccessibilityNode {
     uint role = 0;
     std::shared_ptr<Application> application;
     QPointer<QWidget> widget;
+
+    bool isSameAs(const AccessibilityNode& other) const override {
+        const auto* node = dynamic_cast<const Node*>(&other);
+        return node != nullptr && node->kind == kind && node->reference == reference &&
+               node->widget == widget && node->application == application;
+    }
 };
 
 struct AtSpiAccessibility::Search {

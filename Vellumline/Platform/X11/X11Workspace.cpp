@@ -157,7 +157,7 @@ qint64 X11Workspace::processOf(xcb_window_t window) const {
 std::optional<Workspace::Application> X11Workspace::frontmostApplication() const {
     const xcb_window_t window = activeWindow();
     const qint64 process = window != XCB_WINDOW_NONE ? processOf(window) : 0;
-    return process != 0 ? std::optional(Application{process}) : std::nullopt;
+    return process != 0 ? std::optional(Application{process, window}) : std::nullopt;
 }
 
 void X11Workspace::activate(const Application& application) {
