@@ -1,6 +1,9 @@
 #include "VellumlineService/Correction/Engines.h"
+#include "VellumlineService/Service/Configuration.h"
 #include "VellumlineService/Service/CorrectionService.h"
 #include "VellumlineService/Service/HttpServer.h"
+#include "VellumlineService/Service/ServiceLog.h"
+#include "VellumlineService/Service/ServiceMetrics.h"
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
@@ -63,7 +66,8 @@ int runAccount(const QStringList& arguments) {
         parser.addOption(made);
         return QString::fromLatin1(name);
     };
-    const QString database = option("database", "sqlite:PATH or postgresql://USER@HOST/NAME.", "address");
+    const QString database = option("database", "As for the service.", "address");
+    const QString config = option("config", "As for the service.", "file");
     const QString plan = option("plan", "free, monthly, yearly or paid.", "plan");
     const QString used = option("used", "Rewrites used so far.", "number");
     const QString freeRewrites = option("free-rewrites", "Rewrites that the free plan allows.", "number");
@@ -100,15 +104,20 @@ int runAccount(const QStringList& arguments) {
             return refuse(QStringLiteral("--%1 needs a number, 0 or more.").arg(name));
         }
     }
-    QString unread;
-    const auto place = DatabaseAddress::from(
-        parser.isSet(database) ? parser.value(database) : Storage::defaultPath(), unread);
-    if (!place) {
-        return refuse(unread);
+    Configuration::Given given;
+    for (const QString& name : {database, config}) {
+        if (parser.isSet(name)) {
+            given.insert(name, parser.values(name));
+        }
     }
-    Storage storage(*place);
-    if (const auto problem = storage.open()) {
-        return refuse(*problem);
+    QString problem;
+    const auto configuration = Configuration::read(given, QProcessEnvironment::systemEnvironment(), problem);
+    if (!configuration) {
+        return refuse(problem);
+    }
+    Storage storage(configuration->database);
+    if (const auto unusable = storage.open()) {
+        return refuse(*unusable);
     }
     if (actions.first() == QStringLiteral("set")) {
         const bool done = storage.changeLocalAccount([&](Account& account) {
@@ -170,80 +179,83 @@ int runAccount(const QStringList& arguments) {
     return 0;
 }
 
+/// The options of every setting, in the order of the table.
+void addSettings(QCommandLineParser& parser) {
+    parser.addOption({QStringLiteral("config"), QStringLiteral("A file with settings, as \"port = 8642\"."),
+                      QStringLiteral("file")});
+    for (const auto& setting : Configuration::settings()) {
+        QString description = setting.description;
+        if (!setting.standard.isEmpty()) {
+            description += QStringLiteral(" (%1)").arg(setting.standard);
+        }
+        if (setting.count == Configuration::Setting::Count::several) {
+            description += QStringLiteral(" May be repeated.");
+        }
+        parser.addOption(
+            {QString::fromLatin1(setting.name), description, QString::fromLatin1(setting.value)});
+    }
+}
+
+Configuration::Given givenSettings(const QCommandLineParser& parser) {
+    Configuration::Given given;
+    QStringList names = {QStringLiteral("config")};
+    for (const auto& setting : Configuration::settings()) {
+        names.append(QString::fromLatin1(setting.name));
+    }
+    const QStringList present = parser.optionNames();
+    for (const QString& name : names) {
+        if (present.contains(name)) {
+            given.insert(name, parser.values(name));
+        }
+    }
+    return given;
+}
+
 int runService(QCoreApplication& application) {
     QCommandLineParser parser;
-    parser.setApplicationDescription(
-        QStringLiteral("The Vellumline correction service.\n\n"
-                       "vellumline-service [OPTIONS]         serve until SIGTERM or SIGINT\n"
-                       "vellumline-service account --help    show or change the local account"));
+    parser.setApplicationDescription(QStringLiteral(
+        "The Vellumline correction service.\n\n"
+        "vellumline-service [OPTIONS]         serve until SIGTERM or SIGINT\n"
+        "vellumline-service account --help    show or change accounts\n\n"
+        "Each setting may also stand in a file (--config), or in the environment: --engine-seconds is\n"
+        "VELLUMLINE_SERVICE_ENGINE_SECONDS there."));
     parser.addHelpOption();
     parser.addVersionOption();
-    const QCommandLineOption listen(QStringLiteral("listen"),
-                                    QStringLiteral("Address to listen on (127.0.0.1)."),
-                                    QStringLiteral("address"), QStringLiteral("127.0.0.1"));
-    const QCommandLineOption port(QStringLiteral("port"), QStringLiteral("Port (8642); 0: any free one."),
-                                  QStringLiteral("port"), QStringLiteral("8642"));
-    const QCommandLineOption database(QStringLiteral("database"),
-                                      QStringLiteral("sqlite:PATH or postgresql://USER@HOST/NAME."),
-                                      QStringLiteral("address"), Storage::defaultPath());
-    const QCommandLineOption engineName(
-        QStringLiteral("engine"),
-        QStringLiteral("One of: %1.").arg(correctionEngineNames().join(QStringLiteral(", "))),
-        QStringLiteral("name"), QStringLiteral("rules"));
-    const QCommandLineOption host(
-        QStringLiteral("host"),
-        QStringLiteral("A further host name that requests may name; may be repeated."),
-        QStringLiteral("name"));
+    addSettings(parser);
     const QCommandLineOption freeRewrites(
         QStringLiteral("free-rewrites"),
         QStringLiteral("Put the local account on the free plan with that many rewrites, none used."),
         QStringLiteral("number"));
-    const QCommandLineOption engineSeconds(QStringLiteral("engine-seconds"),
-                                           QStringLiteral("Longest time for one correction (12)."),
-                                           QStringLiteral("seconds"), QStringLiteral("12"));
-    const QCommandLineOption disableRules(
-        QStringLiteral("disable-rules"),
-        QStringLiteral("Rules that shall do nothing; vellumline-correct --list-rules names all."),
-        QStringLiteral("name,…"));
-    parser.addOptions({listen, port, database, engineName, host, freeRewrites, engineSeconds, disableRules});
+    const QCommandLineOption checkConfig(
+        QStringLiteral("check-config"),
+        QStringLiteral("Show every setting and where it comes from, and end."));
+    parser.addOptions({freeRewrites, checkConfig});
     parser.process(application);
     if (!parser.positionalArguments().isEmpty()) {
         return refuse(
             QStringLiteral("\"%1\" is not a command; see --help.").arg(parser.positionalArguments().first()));
     }
-    const QHostAddress address(parser.value(listen));
-    if (address.isNull()) {
-        return refuse(QStringLiteral("--listen needs an IP address."));
+    QString problem;
+    const auto configuration =
+        Configuration::read(givenSettings(parser), QProcessEnvironment::systemEnvironment(), problem);
+    if (!configuration) {
+        return refuse(problem);
     }
-    const auto portNumber = number(parser.value(port));
-    if (!portNumber || *portNumber > 65535) {
-        return refuse(QStringLiteral("--port needs a number from 0 to 65535."));
+    if (parser.isSet(checkConfig)) {
+        std::fputs(configuration->shown().toLocal8Bit().constData(), stdout);
+        return 0;
     }
-    const auto patience = number(parser.value(engineSeconds));
-    if (!patience || *patience < 1 || *patience > 600) {
-        return refuse(QStringLiteral("--engine-seconds needs a number from 1 to 600."));
+    ServiceLog log(configuration->log);
+    ServiceMetrics metrics;
+    const auto engine = makeCorrectionEngine(configuration->engine);
+    Storage storage(configuration->database);
+    if (const auto unusable = storage.open()) {
+        return refuse(*unusable);
     }
-    const QStringList disabled = parser.value(disableRules).split(QLatin1Char(','), Qt::SkipEmptyParts);
-    for (const QString& rule : disabled) {
-        if (!correctionRuleNames().contains(rule)) {
-            return refuse(
-                QStringLiteral("\"%1\" is no rule; vellumline-correct --list-rules names all.").arg(rule));
-        }
-    }
-    const auto engine = makeCorrectionEngine(parser.value(engineName), disabled);
-    if (!engine) {
-        return refuse(QStringLiteral("--engine is one of: %1.")
-                          .arg(correctionEngineNames().join(QStringLiteral(", "))));
-    }
-    QString unread;
-    const auto place = DatabaseAddress::from(parser.value(database), unread);
-    if (!place) {
-        return refuse(unread);
-    }
-    Storage storage(*place);
-    if (const auto problem = storage.open()) {
-        return refuse(*problem);
-    }
+    storage.reportFailuresTo([&](const QString& code) {
+        metrics.databaseFailed();
+        log.problem(QStringLiteral("database-refused"), {{QStringLiteral("code"), code}});
+    });
     if (parser.isSet(freeRewrites)) {
         const auto allowance = number(parser.value(freeRewrites));
         if (!allowance) {
@@ -256,24 +268,36 @@ int runService(QCoreApplication& application) {
         });
     }
     ServiceSettings settings;
-    if (!address.isLoopback()) {
-        settings.hosts.clear();
-    }
-    const QStringList hosts = parser.values(host);
-    for (const QString& name : hosts) {
-        settings.hosts.append(name.toLower());
-    }
+    settings.hosts = configuration->hosts;
+    settings.publicUrl = configuration->publicUrl;
     CorrectionService service(settings, storage, *engine, [] { return QDateTime::currentMSecsSinceEpoch(); });
     HttpLimits limits;
-    limits.answerMilliseconds = static_cast<int>(*patience * 1000);
+    limits.answerMilliseconds = configuration->engineSeconds * 1000;
+    limits.connections = configuration->connections;
+    limits.body = configuration->bodyBytes;
+    limits.waitingCorrections = configuration->waitingCorrections;
     HttpServer server(
         limits, [&service](const HttpRequest& request) { return service.handle(request); },
         &CorrectionService::laneOf);
+    server.observe([&](const HttpServer::Answered& answered) {
+        const QByteArray route = CorrectionService::routeOf(answered.path);
+        metrics.answered(route, answered.status, answered.microseconds);
+        log.event(QStringLiteral("request"),
+                  {{QStringLiteral("method"), CorrectionService::methodOf(answered.method)},
+                   {QStringLiteral("route"), QString::fromLatin1(route)},
+                   {QStringLiteral("status"), answered.status},
+                   {QStringLiteral("milliseconds"), static_cast<double>(answered.microseconds) / 1000}});
+    });
+    if (configuration->metrics) {
+        service.showMetrics([&] {
+            return metrics.text({server.openConnections(), server.waitingCorrections()}, VELLUMLINE_VERSION);
+        });
+    }
     server.setListenBacklogSize(128);
-    if (!server.listen(address, static_cast<quint16>(*portNumber))) {
+    if (!server.listen(configuration->listen, configuration->port)) {
         return refuse(QStringLiteral("cannot listen on %1 port %2: %3")
-                          .arg(address.toString())
-                          .arg(*portNumber)
+                          .arg(configuration->listen.toString())
+                          .arg(configuration->port)
                           .arg(server.errorString()));
     }
 
@@ -288,6 +312,8 @@ int runService(QCoreApplication& application) {
         }
         if (!stopping) {
             stopping = true;
+            log.event(QStringLiteral("stopping"),
+                      {{QStringLiteral("connections"), server.openConnections()}});
             server.stop();
         }
     });
@@ -298,10 +324,17 @@ int runService(QCoreApplication& application) {
 
     QUrl url;
     url.setScheme(QStringLiteral("http"));
-    url.setHost(address.toString());
+    url.setHost(configuration->listen.toString());
     url.setPort(server.serverPort());
     say(stdout, QStringLiteral("vellumline-service ready on %1").arg(url.toString()));
-    return QCoreApplication::exec();
+    log.event(QStringLiteral("started"),
+              {{QStringLiteral("version"), QStringLiteral(VELLUMLINE_VERSION)},
+               {QStringLiteral("database"), configuration->database.kind == DatabaseAddress::Kind::sqlite
+                                                ? QStringLiteral("sqlite")
+                                                : QStringLiteral("postgresql")}});
+    const int status = QCoreApplication::exec();
+    log.event(QStringLiteral("stopped"));
+    return status;
 }
 
 } // namespace

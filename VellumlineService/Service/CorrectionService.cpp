@@ -92,9 +92,11 @@ HttpAnswer CorrectionService::handle(const HttpRequest& request) {
     return route(request);
 }
 
-HttpAnswer CorrectionService::route(const HttpRequest& request) {
-    static constexpr Route routes[] = {
+const std::vector<CorrectionService::Route>& CorrectionService::routes() {
+    static const std::vector<Route> all = {
         {"GET", "/healthz", &CorrectionService::health},
+        {"GET", "/readyz", &CorrectionService::readiness},
+        {"GET", "/metrics", &CorrectionService::metrics},
         {"GET", "/", &CorrectionService::home},
         {"GET", "/login/", &CorrectionService::loginPage},
         {"GET", "/login", &CorrectionService::loginPage},
@@ -107,9 +109,27 @@ HttpAnswer CorrectionService::route(const HttpRequest& request) {
         {"GET", "/v1/account", &CorrectionService::accountInfo},
         {"POST", "/v1/rewrite", &CorrectionService::rewrite},
     };
+    return all;
+}
+
+QByteArray CorrectionService::routeOf(const QByteArray& path) {
+    for (const Route& candidate : routes()) {
+        if (path == candidate.path) {
+            return path;
+        }
+    }
+    return "other";
+}
+
+QString CorrectionService::methodOf(const QByteArray& method) {
+    static const QList<QByteArray> known = {"GET", "HEAD", "POST", "PUT", "PATCH", "DELETE", "OPTIONS"};
+    return known.contains(method) ? QString::fromLatin1(method) : QStringLiteral("other");
+}
+
+HttpAnswer CorrectionService::route(const HttpRequest& request) {
     const QByteArray method = request.method == "HEAD" ? QByteArray("GET") : request.method;
     QByteArray allowed;
-    for (const Route& candidate : routes) {
+    for (const Route& candidate : routes()) {
         if (request.path != candidate.path) {
             continue;
         }
@@ -148,6 +168,10 @@ bool CorrectionService::sameOrigin(const HttpRequest& request) const {
     }
     const QByteArray origin = request.header("origin");
     const QByteArray host = request.header("host");
+    if (!settings_.publicUrl.isEmpty() &&
+        origin == settings_.publicUrl.toString(QUrl::FullyEncoded).toLatin1()) {
+        return true;
+    }
     return origin == "http://" + host || origin == "https://" + host;
 }
 
@@ -187,6 +211,21 @@ std::optional<Account> CorrectionService::authorised(const HttpRequest& request)
 
 HttpAnswer CorrectionService::health(const HttpRequest&) {
     return json(200, {{QStringLiteral("status"), QStringLiteral("ok")}});
+}
+
+HttpAnswer CorrectionService::readiness(const HttpRequest&) {
+    return storage_.isReady() ? json(200, {{QStringLiteral("status"), QStringLiteral("ready")}})
+                              : storageProblem();
+}
+
+HttpAnswer CorrectionService::metrics(const HttpRequest&) {
+    if (!metricsText_) {
+        return error(404, "not found");
+    }
+    HttpAnswer answer;
+    answer.contentType = "text/plain; version=0.0.4; charset=utf-8";
+    answer.body = metricsText_();
+    return answer;
 }
 
 HttpAnswer CorrectionService::home(const HttpRequest&) {

@@ -5,7 +5,9 @@
 #include "VellumlineService/Service/Storage.h"
 
 #include <QStringList>
+#include <QUrl>
 #include <functional>
+#include <vector>
 
 namespace vellumline {
 
@@ -13,6 +15,8 @@ struct ServiceSettings {
     /// Host names (without port) that a request may name. Empty: any. Against DNS rebinding, where a web
     /// page's own name points at this machine.
     QStringList hosts = {QStringLiteral("127.0.0.1"), QStringLiteral("localhost"), QStringLiteral("[::1]")};
+    /// Where browsers reach the service; empty when that is where it listens.
+    QUrl publicUrl;
     /// Seconds for which an access token is good.
     qint64 accessSeconds = 600;
 };
@@ -38,6 +42,12 @@ class CorrectionService {
 
     HttpAnswer handle(const HttpRequest& request);
     static HttpServer::Lane laneOf(const HttpRequest& request);
+    /// The path when it is one of the service's own, else "other": a name that may be logged and counted.
+    static QByteArray routeOf(const QByteArray& path);
+    /// The method when it is a known one, else "other".
+    static QString methodOf(const QByteArray& method);
+    /// Answers /metrics with this; without it there is none.
+    void showMetrics(std::function<QByteArray()> text) { metricsText_ = std::move(text); }
 
   private:
     struct Route {
@@ -45,9 +55,12 @@ class CorrectionService {
         const char* path;
         HttpAnswer (CorrectionService::*handler)(const HttpRequest&);
     };
+    static const std::vector<Route>& routes();
 
     HttpAnswer route(const HttpRequest& request);
     HttpAnswer health(const HttpRequest& request);
+    HttpAnswer readiness(const HttpRequest& request);
+    HttpAnswer metrics(const HttpRequest& request);
     HttpAnswer home(const HttpRequest& request);
     HttpAnswer loginPage(const HttpRequest& request);
     HttpAnswer login(const HttpRequest& request);
@@ -73,6 +86,7 @@ class CorrectionService {
     CorrectionEngine& engine_;
     const Now now_;
     const QByteArray key_;
+    std::function<QByteArray()> metricsText_;
 };
 
 } // namespace vellumline

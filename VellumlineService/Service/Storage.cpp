@@ -31,6 +31,11 @@ int Storage::schemaVersion() {
     return static_cast<int>(migrations().size());
 }
 
+bool Storage::isReady() {
+    auto answer = database_.run("SELECT version FROM schema_version");
+    return answer.next() && answer.number(0) == schemaVersion();
+}
+
 QString Storage::monthOf(qint64 nowMilliseconds) {
     return QDateTime::fromMSecsSinceEpoch(nowMilliseconds, QTimeZone::utc())
         .toString(QStringLiteral("yyyy-MM"));

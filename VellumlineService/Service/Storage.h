@@ -52,6 +52,10 @@ class Storage {
 
     /// See Database::open.
     std::optional<QString> open() { return database_.open(); }
+    /// Whether the database answers, with the schema that this program knows.
+    bool isReady();
+    /// See Database::reportFailuresTo.
+    void reportFailuresTo(Database::FailureReport report) { database_.reportFailuresTo(std::move(report)); }
 
     std::optional<QString> setting(const QString& name);
     bool setSetting(const QString& name, const QString& value);

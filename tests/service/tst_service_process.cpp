@@ -32,8 +32,7 @@ class ServiceProcessTest : public QObject {
                                      options);
         QTRY_VERIFY_WITH_TIMEOUT((output_ += process_.readAll(), output_.contains('\n')), 10'000);
         const auto match =
-            QRegularExpression(
-                QStringLiteral("^vellumline-service ready on http://127\\.0\\.0\\.1:(\\d+)\n$"))
+            QRegularExpression(QStringLiteral("^vellumline-service ready on http://127\\.0\\.0\\.1:(\\d+)\n"))
                 .match(QString::fromUtf8(output_));
         QVERIFY2(match.hasMatch(), output_.constData());
         port_ = match.captured(1).toUShort();
@@ -199,6 +198,82 @@ class ServiceProcessTest : public QObject {
         const QByteArray token = signIn();
         QCOMPARE(statusOf(rewrite(token, "a")), 200);
         QCOMPARE(statusOf(rewrite(token, "a")), 402);
+    }
+    void theLogHasAnObjectForEachRequestAndNothingOfTheUser() {
+        start({QStringLiteral("--log"), QStringLiteral("json"), QStringLiteral("--free-rewrites"),
+               QStringLiteral("100")});
+        const QByteArray token = signIn();
+        const QByteArray text = "a very private sentence";
+        QCOMPARE(statusOf(rewrite(token, text)), 200);
+        exchange("GET", "/a-secret-path?query=private", "Cookie: private\r\n");
+        stop();
+        output_ += process_.readAll();
+        QStringList events;
+        QStringList routes;
+        for (const QByteArray& line : output_.split('\n')) {
+            if (line.startsWith('{')) {
+                const QJsonObject object = QJsonDocument::fromJson(line).object();
+                events.append(object.value(QStringLiteral("event")).toString());
+                routes.append(object.value(QStringLiteral("route")).toString());
+            }
+        }
+        QCOMPARE(events.first(), QStringLiteral("started"));
+        QCOMPARE(events.last(), QStringLiteral("stopped"));
+        QVERIFY(routes.contains(QStringLiteral("/v1/rewrite")) && routes.contains(QStringLiteral("other")));
+        for (const QByteArray& secret : {token, text, QByteArray("private"), QByteArray("secret"),
+                                         QByteArray("E9Melhoa"), QByteArray("handoff=")}) {
+            QVERIFY2(!output_.contains(secret), secret.constData());
+        }
+    }
+    void metricsAndReadinessAreThereForTheOperator() {
+        start({});
+        QVERIFY(exchange("GET", "/readyz").contains("{\"status\":\"ready\"}"));
+        const QByteArray metrics = exchange("GET", "/metrics");
+        QVERIFY(metrics.contains("text/plain; version=0.0.4"));
+        QVERIFY(metrics.contains("vellumline_requests_total{route=\"/readyz\",status=\"200\"} 1\n"));
+        stop();
+        start({QStringLiteral("--metrics"), QStringLiteral("off")});
+        QCOMPARE(statusOf(exchange("GET", "/metrics")), 404);
+    }
+    void twoProcessesShareOneAllowanceOfThirtyExactly() {
+        start({QStringLiteral("--free-rewrites"), QStringLiteral("30")});
+        QCOMPARE(admin({QStringLiteral("--minute-limit"), QStringLiteral("0")}), 0);
+        const QByteArray token = signIn();
+        const quint16 firstPort = port_;
+        QProcess second;
+        second.start(program_, {QStringLiteral("--port"), QStringLiteral("0"), QStringLiteral("--database"),
+                                database()});
+        QByteArray said;
+        QTRY_VERIFY_WITH_TIMEOUT((said += second.readAll(), said.contains('\n')), 10'000);
+        const quint16 secondPort = said.mid(said.lastIndexOf(':') + 1).trimmed().toUShort();
+        std::vector<std::unique_ptr<QTcpSocket>> sockets;
+        for (int i = 0; i < 200; ++i) {
+            port_ = i % 2 == 0 ? firstPort : secondPort;
+            sockets.push_back(std::make_unique<QTcpSocket>());
+            send(*sockets.back(), "POST", "/v1/rewrite", rewriteHeaders(token), "{\"text\":\"i has a cat\"}");
+        }
+        QHash<int, int> answers;
+        for (const auto& socket : sockets) {
+            ++answers[statusOf(finish(*socket))];
+        }
+        port_ = firstPort;
+        QVERIFY(exchange("GET", "/v1/account", rewriteHeaders(token)).contains("\"rewritesUsed\":30}"));
+        second.terminate();
+        QVERIFY(second.waitForFinished());
+        QCOMPARE(second.exitCode(), 0);
+        QCOMPARE(answers.value(200), 30);
+        QCOMPARE(answers.value(402), 170);
+    }
+    void theConfigurationIsCheckedWithoutServing() {
+        QProcess process;
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert(QStringLiteral("VELLUMLINE_SERVICE_ENGINE_SECONDS"), QStringLiteral("7"));
+        process.setProcessEnvironment(environment);
+        process.start(program_, {QStringLiteral("--check-config")});
+        QVERIFY(process.waitForFinished());
+        QCOMPARE(process.exitCode(), 0);
+        QVERIFY(process.readAllStandardOutput().contains(
+            "engine-seconds = 7\t# VELLUMLINE_SERVICE_ENGINE_SECONDS"));
     }
     void badOptionsAreRefusedWithASentence() {
         for (const QStringList& options :
