@@ -39,6 +39,7 @@ class Line {
     /// Whether what follows this line begins a sentence.
     bool endsSentence() const;
 
+    const std::vector<Token>& tokens() const { return tokens_; }
     /// The tokens that are words, in order.
     int wordCount() const { return static_cast<int>(words_.size()); }
     Token& word(int i) { return tokens_[static_cast<size_t>(words_[static_cast<size_t>(i)])]; }
