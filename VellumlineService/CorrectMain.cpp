@@ -63,9 +63,7 @@ int main(int argc, char** argv) {
         std::vector<CorrectionChange> changes;
         const auto result = engine.correct(QString::fromStdString(line), changes);
         if (result.status != CorrectionResult::Status::corrected) {
-            std::fputs(
-                "vellumline-correct: the engine cannot work; is a Hunspell dictionary for en_US installed?\n",
-                stderr);
+            std::fprintf(stderr, "vellumline-correct: the engine cannot work: %s\n", qPrintable(engine.problem()));
             return 1;
         }
         std::cout << result.text.toStdString() << '\n';

@@ -1,5 +1,7 @@
 #include "VellumlineService/Correction/Rules.h"
 
+#include "VellumlineService/Correction/Confusions.h"
+
 #include <QHash>
 #include <QSet>
 #include <algorithm>
@@ -521,6 +523,7 @@ const std::vector<Rule>& correctionRules() {
         {"modal-slip", "After a modal verb stands the base form, without to and without of.", modalSlips},
         {"number-with-singular", "More than one: the noun is in the plural.", numberWithSingular},
         {"confusion", "A word that sounds alike was meant.", confusions},
+        {"real-word", "Another word that is spelt alike fits much better here.", applyRealWordConfusions},
         {"a-an", "a or an goes by the sound that follows.", articles},
         {"capital-name", "Names of days, months and languages have a capital.", capitalNames},
         {"sentence-capital", "A sentence starts with a capital.", sentenceCapital},

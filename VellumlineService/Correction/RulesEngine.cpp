@@ -9,9 +9,17 @@ namespace vellumline {
 RulesEngine::RulesEngine(const QStringList& disabledRules)
     : speller_(std::make_unique<Speller>()), inflections_(std::make_unique<Inflections>()),
       tagger_(std::make_unique<Tagger>(*inflections_)),
-      disabledRules_(disabledRules.cbegin(), disabledRules.cend()) {}
+      disabledRules_(disabledRules.cbegin(), disabledRules.cend()) {
+    if (!speller_->available()) {
+        qWarning("The correction engine cannot work: %s", qPrintable(speller_->problem()));
+    }
+}
 
 RulesEngine::~RulesEngine() = default;
+
+QString RulesEngine::problem() const {
+    return speller_->problem();
+}
 
 QStringList RulesEngine::ruleNames() {
     QStringList names;

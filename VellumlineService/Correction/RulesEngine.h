@@ -22,8 +22,8 @@ struct CorrectionChange {
     QString why;
 };
 
-/// Hunspell spelling and a list of small grammar rules. Precise rather than thorough: what a rule is not sure
-/// of stays.
+/// Spelling, real-word confusions and a list of small grammar rules. Precise rather than thorough: what a
+/// rule is not sure of stays.
 class RulesEngine : public CorrectionEngine {
   public:
     /// Uses the Hunspell dictionaries en_US and, where it is installed, en_GB of the system. Rules named in
@@ -38,6 +38,8 @@ class RulesEngine : public CorrectionEngine {
     static QStringList ruleNames();
     /// Which of the names are no rule's.
     static QStringList unknownRules(const QStringList& names);
+    /// Why it cannot work; empty when it can.
+    QString problem() const;
 
   private:
     void correct(Line& line, std::vector<CorrectionChange>& changes) const;

@@ -1,5 +1,8 @@
 #include "VellumlineService/Correction/Speller.h"
 
+#include "VellumlineService/Correction/LanguageModel.h"
+#include "VellumlineService/Correction/ModelFiles.h"
+
 #include <QFile>
 #include <QFileInfo>
 #include <QtAlgorithms>
@@ -82,6 +85,13 @@ Speller::Speller() {
                 break;
             }
         }
+    }
+    const QString modelPath = modelFile(QStringLiteral("en"));
+    model_ = modelPath.isEmpty() ? nullptr : LanguageModel::open(modelPath, &problem_);
+    if (modelPath.isEmpty()) {
+        problem_ = QStringLiteral("there is no language model \"en.model\"");
+    } else if (dictionaries_.empty()) {
+        problem_ = QStringLiteral("there is no Hunspell dictionary for en_US");
     }
     loadResources();
     QFile file(QStringLiteral(":/vellumline/correction/words.tsv"));

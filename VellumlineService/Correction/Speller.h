@@ -11,6 +11,8 @@ class Hunspell;
 
 namespace vellumline {
 
+class LanguageModel;
+
 /// Which words exist, how common they are, and what a misspelt one was meant to be. Thread-safe.
 class Speller {
   public:
@@ -19,8 +21,12 @@ class Speller {
     Speller& operator=(const Speller&) = delete;
     ~Speller();
 
-    /// False when there is no English dictionary on this machine.
-    bool available() const { return !dictionaries_.empty(); }
+    /// False when there is no English dictionary on this machine, or no language model.
+    bool available() const { return problem_.isEmpty(); }
+    /// Why it is not available, for the log.
+    const QString& problem() const { return problem_; }
+    /// Only of an available speller.
+    const LanguageModel& model() const { return *model_; }
     /// Lower-case words with straight apostrophes. Names are known as the dictionaries know them.
     bool isKnown(const QString& word) const;
     /// How often the word stood in the counted texts; 0 for a rare or unknown one.
@@ -50,6 +56,8 @@ class Speller {
     };
     const Entry* entry(const QString& lower) const;
 
+    QString problem_;
+    std::unique_ptr<LanguageModel> model_;
     // Hunspell keeps scratch state in the object, so that one call at a time is allowed.
     mutable QMutex mutex_;
     std::vector<std::unique_ptr<Hunspell>> dictionaries_;

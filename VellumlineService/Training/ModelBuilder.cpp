@@ -130,7 +130,7 @@ quint32 ModelBuilder::typeOf(const QByteArray& text) {
 }
 
 void ModelBuilder::addLine(const QString& text, int weight) {
-    const Line line(text, true);
+    const Line line(text, true, tagger_);
     for (const ModelToken& token : modelTokens(line)) {
         quint32 number = 0;
         switch (token.kind) {

@@ -1,5 +1,8 @@
 #pragma once
 
+#include "VellumlineService/Correction/Inflections.h"
+#include "VellumlineService/Correction/Tagger.h"
+
 #include <QByteArray>
 #include <QHash>
 #include <QString>
@@ -35,6 +38,9 @@ class ModelBuilder {
     };
     quint32 typeOf(const QByteArray& text);
 
+    // A Line wants a tagger, which is never asked here.
+    Inflections inflections_;
+    Tagger tagger_{inflections_};
     QHash<QByteArray, quint32> numbers_;
     std::vector<QByteArray> texts_;
     std::vector<Type> types_;

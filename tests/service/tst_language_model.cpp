@@ -1,7 +1,9 @@
+#include "VellumlineService/Correction/Inflections.h"
 #include "VellumlineService/Correction/LanguageModel.h"
 #include "VellumlineService/Correction/Line.h"
 #include "VellumlineService/Correction/RulesEngine.h"
 #include "VellumlineService/Correction/SentenceScorer.h"
+#include "VellumlineService/Correction/Tagger.h"
 #include "VellumlineService/Training/ModelBuilder.h"
 
 #include <QTemporaryDir>
@@ -14,6 +16,8 @@ class LanguageModelTest : public QObject {
     Q_OBJECT
 
     QTemporaryDir folder_;
+    Inflections inflections_;
+    Tagger tagger_{inflections_};
     QString path(const char* name) const { return folder_.filePath(QString::fromLatin1(name)); }
 
     bool build(const QString& to) {
@@ -84,7 +88,7 @@ class LanguageModelTest : public QObject {
     void aLikelierWordGains() {
         const auto made = model();
         QVERIFY(made);
-        const Line line(QStringLiteral("The dog sat on the cat."), true);
+        const Line line(QStringLiteral("The dog sat on the cat."), true, tagger_);
         const SentenceScorer scorer(*made, line);
         QVERIFY(scorer.gain(5, QStringLiteral("rug")) > 0.5);
         QVERIFY(scorer.gain(3, QStringLiteral("mat")) < -2);
@@ -156,7 +160,7 @@ class LanguageModelTest : public QObject {
     void oneModelServesManyThreads() {
         const auto made = model();
         QVERIFY(made);
-        const Line line(QStringLiteral("The dog sat on the cat."), true);
+        const Line line(QStringLiteral("The dog sat on the cat."), true, tagger_);
         const double expected = SentenceScorer(*made, line).gain(5, QStringLiteral("rug"));
         std::atomic<int> different = 0;
         std::vector<std::thread> threads;
