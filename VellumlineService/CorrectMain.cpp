@@ -63,7 +63,8 @@ int main(int argc, char** argv) {
         std::vector<CorrectionChange> changes;
         const auto result = engine.correct(QString::fromStdString(line), changes);
         if (result.status != CorrectionResult::Status::corrected) {
-            std::fprintf(stderr, "vellumline-correct: the engine cannot work: %s\n", qPrintable(engine.problem()));
+            std::fprintf(stderr, "vellumline-correct: the engine cannot work: %s\n",
+                         qPrintable(engine.problem()));
             return 1;
         }
         std::cout << result.text.toStdString() << '\n';

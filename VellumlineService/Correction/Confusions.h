@@ -19,8 +19,8 @@ struct Confusion {
 /// By the word that is written, in small letters. Pairs and margins are made by scripts/tune-confusions.sh.
 const QHash<QString, std::vector<Confusion>>& confusions();
 
-/// Words that are spelt right and were meant to be others: "there" for "their", "form" for "from". The language model
-/// decides.
+/// Words that are spelt right and were meant to be others: "there" for "their", "form" for "from". The
+/// language model decides.
 void applyRealWordConfusions(Line& line, const RuleTools& tools);
 
 } // namespace vellumline

@@ -73,7 +73,8 @@ bool LanguageModel::map(const QString& path, QString* error) {
     flags_ = section(header_.words);
     text_ = section(header_.textBytes);
     single_ = section(quint64{header_.gramWords} * 4);
-    if (at > size || number(offsets_) != 0 || number(offsets_ + quint64{header_.words} * 4) != header_.textBytes) {
+    if (at > size || number(offsets_) != 0 ||
+        number(offsets_ + quint64{header_.words} * 4) != header_.textBytes) {
         return refuse(QStringLiteral("is damaged (its word list does not fit)"));
     }
     for (quint32 i = 0; i < header_.words; ++i) {
@@ -108,8 +109,8 @@ int LanguageModel::find(QByteArrayView lower) const {
     while (begin < end) {
         const int middle = begin + (end - begin) / 2;
         const QByteArrayView here = text(middle);
-        const int order = std::memcmp(here.data(), lower.data(),
-                                      static_cast<size_t>(std::min(here.size(), lower.size())));
+        const int order =
+            std::memcmp(here.data(), lower.data(), static_cast<size_t>(std::min(here.size(), lower.size())));
         if (order < 0 || (order == 0 && here.size() < lower.size())) {
             begin = middle + 1;
         } else {
@@ -143,15 +144,15 @@ bool LanguageModel::lookUp(int length, quint64 key, Gram* gram) const {
         return false;
     }
     gram->probability = unpackProbability(cell & ((1U << probabilityBits) - 1));
-    gram->backoff = length < longestGram
-                        ? unpackBackoff((cell >> probabilityBits) & ((1U << backoffBits) - 1))
-                        : 0.0F;
+    gram->backoff =
+        length < longestGram ? unpackBackoff((cell >> probabilityBits) & ((1U << backoffBits) - 1)) : 0.0F;
     return true;
 }
 
 double LanguageModel::logProbability(std::span<const Word> context, Word word) const {
     const auto single = [&](Word of, int part) {
-        return qFromLittleEndian<quint16>(single_ + quint64{of} * 4 + static_cast<quint64>(part) * 2) / -1000.0;
+        return qFromLittleEndian<quint16>(single_ + quint64{of} * 4 + static_cast<quint64>(part) * 2) /
+               -1000.0;
     };
     double answer = single(word, 0);
     bool found = true;

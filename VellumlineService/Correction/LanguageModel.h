@@ -10,9 +10,9 @@
 
 namespace vellumline {
 
-/// The words of a language with their frequencies, and how likely a word is after up to three others. The file is
-/// mapped, not read: its pages are shared by all processes. Nothing changes after opening, so that any number of
-/// threads may ask at once.
+/// The words of a language with their frequencies, and how likely a word is after up to three others. The
+/// file is mapped, not read: its pages are shared by all processes. Nothing changes after opening, so that
+/// any number of threads may ask at once.
 class LanguageModel {
   public:
     /// The number of a word in n-grams. Only the frequent words have one of their own.

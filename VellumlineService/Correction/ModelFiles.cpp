@@ -12,9 +12,9 @@ QString modelFile(const QString& language) {
     }
     // Not QCoreApplication: programs without one correct, too.
     const QString program = QFileInfo(QStringLiteral("/proc/self/exe")).symLinkTarget();
-    for (const QString& folder : {QFileInfo(program).path() + QStringLiteral("/../share/vellumline/models"),
-                                  QStringLiteral("/usr/share/vellumline/models"),
-                                  QStringLiteral(VELLUMLINE_MODEL_FOLDER)}) {
+    for (const QString& folder :
+         {QFileInfo(program).path() + QStringLiteral("/../share/vellumline/models"),
+          QStringLiteral("/usr/share/vellumline/models"), QStringLiteral(VELLUMLINE_MODEL_FOLDER)}) {
         const QString file = folder + u'/' + name;
         if (QFileInfo::exists(file)) {
             return file;

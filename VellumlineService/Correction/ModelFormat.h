@@ -7,12 +7,14 @@
 
 /// What the reader and the builder of a model file must agree on. Numbers are little-endian. A file is
 ///
-///   Header, text offsets (words + 1, 4 bytes each), n-gram word numbers (2 each), frequencies (1), flags (1),
-///   word text, one probability and back-off weight per n-gram word (2 + 2), table of pairs, of triples, of fours.
+///   Header, text offsets (words + 1, 4 bytes each), n-gram word numbers (2 each), frequencies (1), flags
+///   (1), word text, one probability and back-off weight per n-gram word (2 + 2), table of pairs, of triples,
+///   of fours.
 ///
-/// Words stand sorted by their UTF-8 bytes. A table of n-grams is a binary fuse filter whose cells hold values:
-/// the xor of the three cells of a key gives its fingerprint and its value, so that no key is stored and an n-gram
-/// costs about 1.13 cells. An n-gram that is not there is taken for one that is once in 2^fingerprint bits.
+/// Words stand sorted by their UTF-8 bytes. A table of n-grams is a binary fuse filter whose cells hold
+/// values: the xor of the three cells of a key gives its fingerprint and its value, so that no key is stored
+/// and an n-gram costs about 1.13 cells. An n-gram that is not there is taken for one that is once in
+/// 2^fingerprint bits.
 namespace vellumline::modelformat {
 
 constexpr char magic[8] = {'V', 'L', 'M', 'O', 'D', 'E', 'L', '1'};

@@ -11,9 +11,10 @@ namespace {
 // Contractions whose "'s" is a verb more often than a possessive.
 const QSet<QString>& verbContractions() {
     static const QSet<QString> set = {
-        QStringLiteral("it's"),    QStringLiteral("he's"),    QStringLiteral("she's"),  QStringLiteral("that's"),
-        QStringLiteral("what's"),  QStringLiteral("who's"),   QStringLiteral("where's"), QStringLiteral("there's"),
-        QStringLiteral("here's"),  QStringLiteral("let's"),   QStringLiteral("how's"),  QStringLiteral("when's"),
+        QStringLiteral("it's"),    QStringLiteral("he's"),    QStringLiteral("she's"),
+        QStringLiteral("that's"),  QStringLiteral("what's"),  QStringLiteral("who's"),
+        QStringLiteral("where's"), QStringLiteral("there's"), QStringLiteral("here's"),
+        QStringLiteral("let's"),   QStringLiteral("how's"),   QStringLiteral("when's"),
         QStringLiteral("one's"),   QStringLiteral("why's")};
     return set;
 }
@@ -54,8 +55,9 @@ std::vector<ModelToken> modelTokens(const Line& line) {
             if (token.startsSentence) {
                 made.push_back({ModelToken::Kind::sentenceStart, {}, -1});
             }
-            const auto kind = !token.startsSentence && token.text.front().isUpper() ? ModelToken::Kind::capitalWord
-                                                                                  : ModelToken::Kind::word;
+            const auto kind = !token.startsSentence && token.text.front().isUpper()
+                                  ? ModelToken::Kind::capitalWord
+                                  : ModelToken::Kind::word;
             for (const QByteArray& piece : modelPieces(token.lower)) {
                 made.push_back({kind, piece, word});
             }
@@ -67,7 +69,8 @@ std::vector<ModelToken> modelTokens(const Line& line) {
             }
             break;
         case Token::Kind::kept:
-            made.push_back({token.text.front().isDigit() ? ModelToken::Kind::number : ModelToken::Kind::kept, {}, -1});
+            made.push_back(
+                {token.text.front().isDigit() ? ModelToken::Kind::number : ModelToken::Kind::kept, {}, -1});
             break;
         case Token::Kind::space:
             break;

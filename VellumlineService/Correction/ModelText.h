@@ -15,8 +15,8 @@ struct ModelToken {
     int word = -1;   ///< Which word of the line it is, or is a part of.
 };
 
-/// A text as a model sees it, for the builder and for the reader alike: small letters, no quotes, "dog's" as "dog"
-/// and "'s", punctuation as words.
+/// A text as a model sees it, for the builder and for the reader alike: small letters, no quotes, "dog's" as
+/// "dog" and "'s", punctuation as words.
 std::vector<ModelToken> modelTokens(const Line& line);
 /// A word of a text in pieces as a model sees them.
 std::vector<QByteArray> modelPieces(const QString& lower);

@@ -109,9 +109,9 @@ double SentenceScorer::gain(int first, int count, const QStringList& words) cons
     if (!range(first, count, &begin, &end)) {
         return 0;
     }
-    return score(first, count, words) -
-           score(begin, end,
-                 {words_.begin() + static_cast<qsizetype>(begin), words_.begin() + static_cast<qsizetype>(end)});
+    return score(first, count, words) - score(begin, end,
+                                              {words_.begin() + static_cast<qsizetype>(begin),
+                                               words_.begin() + static_cast<qsizetype>(end)});
 }
 
 } // namespace vellumline

@@ -9,8 +9,8 @@ namespace vellumline {
 
 class Line;
 
-/// How much likelier a line becomes by a change of its words. Holds the line's words as they were when it was made;
-/// make another one after a change.
+/// How much likelier a line becomes by a change of its words. Holds the line's words as they were when it was
+/// made; make another one after a change.
 class SentenceScorer {
   public:
     SentenceScorer(const LanguageModel& model, const Line& line);

@@ -45,12 +45,14 @@ quint64 lowWords(quint64 key, int length) {
 }
 
 /// A binary fuse filter that gives each key its value.
-bool fillTable(const std::vector<std::pair<quint64, quint32>>& entries, int bytes, int valueBits, Table* table,
-               QByteArray* out) {
+bool fillTable(const std::vector<std::pair<quint64, quint32>>& entries, int bytes, int valueBits,
+               Table* table, QByteArray* out) {
     const double count = static_cast<double>(std::max<size_t>(entries.size(), 2));
-    table->segmentLength = 1U << static_cast<int>(std::clamp(std::floor(std::log(count) / std::log(3.33) + 2.25), 2.0, 18.0));
+    table->segmentLength =
+        1U << static_cast<int>(std::clamp(std::floor(std::log(count) / std::log(3.33) + 2.25), 2.0, 18.0));
     const double factor = std::max(1.125, 0.875 + 0.25 * std::log(1e6) / std::log(count));
-    table->segments = std::max(3U, static_cast<quint32>(std::ceil(count * factor / table->segmentLength)) + 2);
+    table->segments =
+        std::max(3U, static_cast<quint32>(std::ceil(count * factor / table->segmentLength)) + 2);
     const quint64 size = tableCells(*table);
     for (table->seed = 1; table->seed < 100; ++table->seed) {
         std::vector<quint64> hashes(size, 0); // The xor of the entries' numbers at a cell.
@@ -91,7 +93,8 @@ bool fillTable(const std::vector<std::pair<quint64, quint32>>& entries, int byte
         std::vector<quint32> values(size, 0);
         for (auto item = order.rbegin(); item != order.rend(); ++item) {
             const quint64 hash = hashOf(item->first);
-            quint32 value = entries[item->first].second | (fingerprint(hash, bytes * 8 - valueBits) << valueBits);
+            quint32 value =
+                entries[item->first].second | (fingerprint(hash, bytes * 8 - valueBits) << valueBits);
             for (const quint64 other : cells(hash, *table)) {
                 if (other != item->second) {
                     value ^= values[other];
@@ -222,8 +225,8 @@ bool ModelBuilder::write(const QString& path, const Cutoffs& cutoffs, QString* r
         }
         grams[static_cast<size_t>(length)] = counted(items);
     }
-    // Below the longest order an n-gram counts once for every word that it stands after (Kneser and Ney); n-grams
-    // that begin a sentence have no word before them and keep their count.
+    // Below the longest order an n-gram counts once for every word that it stands after (Kneser and Ney);
+    // n-grams that begin a sentence have no word before them and keep their count.
     for (int length = 1; length < longestGram; ++length) {
         std::vector<std::pair<quint64, quint8>> items;
         for (const Gram& gram : grams[static_cast<size_t>(length) + 1]) {
@@ -292,8 +295,9 @@ bool ModelBuilder::write(const QString& path, const Cutoffs& cutoffs, QString* r
                     if (length == 2) {
                         lower = single[shorter];
                     } else {
-                        const auto found = std::lower_bound(below.begin(), below.end(), shorter,
-                                                            [](const Gram& a, quint64 b) { return a.key < b; });
+                        const auto found =
+                            std::lower_bound(below.begin(), below.end(), shorter,
+                                             [](const Gram& a, quint64 b) { return a.key < b; });
                         lower = found->logProbability;
                     }
                     gram.logProbability = std::log(gram.logProbability + rest * std::exp(lower));
@@ -338,8 +342,11 @@ bool ModelBuilder::write(const QString& path, const Cutoffs& cutoffs, QString* r
         body.append(texts_[word]);
     }
     for (quint32 word = 0; word < gramWords; ++word) {
-        appendNumber(&body, static_cast<quint64>(std::clamp(std::lround(-single[word] * 1000), 0L, 65'535L)), 2);
-        appendNumber(&body, static_cast<quint64>(std::clamp(std::lround(-singleBackoff[word] * 1000), 0L, 65'535L)), 2);
+        appendNumber(&body, static_cast<quint64>(std::clamp(std::lround(-single[word] * 1000), 0L, 65'535L)),
+                     2);
+        appendNumber(&body,
+                     static_cast<quint64>(std::clamp(std::lround(-singleBackoff[word] * 1000), 0L, 65'535L)),
+                     2);
     }
     Header header;
     std::copy_n(magic, sizeof magic, header.magic);
@@ -369,7 +376,8 @@ bool ModelBuilder::write(const QString& path, const Cutoffs& cutoffs, QString* r
         *report += QStringLiteral(", %1 of length %2").arg(entries.size()).arg(length);
     }
     header.size = sizeof(Header) + static_cast<quint64>(body.size());
-    header.checksum = checksum(reinterpret_cast<const uchar*>(body.constData()), static_cast<quint64>(body.size()));
+    header.checksum =
+        checksum(reinterpret_cast<const uchar*>(body.constData()), static_cast<quint64>(body.size()));
     QSaveFile file(path);
     if (!file.open(QIODevice::WriteOnly) ||
         file.write(reinterpret_cast<const char*>(&header), sizeof header) != sizeof header ||

@@ -10,12 +10,13 @@
 
 namespace vellumline {
 
-/// Makes the file that LanguageModel reads, from sentences and lists of words. The same input gives the same bytes.
+/// Makes the file that LanguageModel reads, from sentences and lists of words. The same input gives the same
+/// bytes.
 class ModelBuilder {
   public:
     /// How an n-gram that is too rare to be kept is told from the others.
     struct Cutoffs {
-        int word = 3;  ///< A word that stands less often has no number of its own.
+        int word = 3; ///< A word that stands less often has no number of its own.
         int pair = 1;
         int triple = 2;
         int four = 2;
@@ -44,8 +45,8 @@ class ModelBuilder {
     QHash<QByteArray, quint32> numbers_;
     std::vector<QByteArray> texts_;
     std::vector<Type> types_;
-    std::vector<quint32> tokens_;  ///< Type number * 2 + 1 when with a capital; the special ones above them.
-    std::vector<quint8> weights_;  ///< Of each token.
+    std::vector<quint32> tokens_; ///< Type number * 2 + 1 when with a capital; the special ones above them.
+    std::vector<quint8> weights_; ///< Of each token.
 };
 
 } // namespace vellumline

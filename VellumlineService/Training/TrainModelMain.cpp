@@ -45,8 +45,8 @@ int main(int count, char** arguments) {
             read = readLines(arguments[i] + at, [&](const QString& word) {
                 builder.addListedWord(word, static_cast<quint8>(number));
             });
-        } else if (std::sscanf(arguments[i], "cutoffs:%d:%d:%d:%d", &cutoffs.word, &cutoffs.pair, &cutoffs.triple,
-                               &cutoffs.four) == 4) {
+        } else if (std::sscanf(arguments[i], "cutoffs:%d:%d:%d:%d", &cutoffs.word, &cutoffs.pair,
+                               &cutoffs.triple, &cutoffs.four) == 4) {
             read = true;
         } else {
             return usage();

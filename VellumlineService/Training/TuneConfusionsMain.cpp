@@ -1,5 +1,5 @@
-// Chooses, for each pair of words that are taken for each other, how much likelier the other one must make a sentence
-// before it is put there. scripts/tune-confusions.sh calls it.
+// Chooses, for each pair of words that are taken for each other, how much likelier the other one must make a
+// sentence before it is put there. scripts/tune-confusions.sh calls it.
 #include "VellumlineService/Correction/Inflections.h"
 #include "VellumlineService/Correction/LanguageModel.h"
 #include "VellumlineService/Correction/Line.h"
@@ -19,8 +19,8 @@ namespace {
 
 // What a wrong change costs, in right ones.
 constexpr double costOfHarm = 2.0;
-// How often one word of a hand-written set stands for another; how often a word is one slip away from the one that was
-// meant. Estimates; the order of magnitude decides.
+// How often one word of a hand-written set stands for another; how often a word is one slip away from the one
+// that was meant. Estimates; the order of magnitude decides.
 constexpr double exchangeRate = 0.02;
 constexpr double slipRate = 0.0015;
 
@@ -74,7 +74,8 @@ void addSlips(Pairs* pairs, const LanguageModel& model, int leastFrequency) {
                 const bool ending = typed.startsWith(meant.left(std::max<qsizetype>(3, meant.size() - 2))) ||
                                     meant.startsWith(typed.left(std::max<qsizetype>(3, typed.size() - 2)));
                 if (cost <= 1.2 && !ending) {
-                    add(pairs, QString::fromUtf8(typed), QString::fromUtf8(meant), slipRate * std::exp(2 * (0.8 - cost)));
+                    add(pairs, QString::fromUtf8(typed), QString::fromUtf8(meant),
+                        slipRate * std::exp(2 * (0.8 - cost)));
                 }
             }
         }
@@ -86,7 +87,8 @@ void addSlips(Pairs* pairs, const LanguageModel& model, int leastFrequency) {
 int main(int count_, char** arguments) {
     if (count_ < 4) {
         std::fputs("Usage: vellumline-tune-confusions MODEL SETS TEXT...\n"
-                   "MODEL may not be trained on TEXT. SETS: a set of words a line. The table goes to standard output.\n",
+                   "MODEL may not be trained on TEXT. SETS: a set of words a line. The table goes to "
+                   "standard output.\n",
                    stderr);
         return 64;
     }

@@ -75,7 +75,8 @@ class LanguageModelTest : public QObject {
         QVERIFY(after({"sat"}, "on") > -0.3);
         QVERIFY(after({"sat"}, "rug") < after({}, "rug"));
         QVERIFY(after({"sat", "on", "the"}, "mat") > -1.2);
-        // All that can follow has a probability of about one together; the steps of the logarithms leave some room.
+        // All that can follow has a probability of about one together; the steps of the logarithms leave some
+        // room.
         double sum = 0;
         std::vector<LanguageModel::Word> context = {made->gramWord("the")};
         for (int i = 0; i < made->wordCount(); ++i) {
@@ -111,8 +112,8 @@ class LanguageModelTest : public QObject {
             QFile file(path("damaged.model"));
             QString error;
             return file.open(QIODevice::WriteOnly) && file.write(content) == content.size() && file.flush() &&
-                   !LanguageModel::open(file.fileName(), &error) && error.contains(QString::fromLatin1(what)) &&
-                   error.contains(file.fileName());
+                   !LanguageModel::open(file.fileName(), &error) &&
+                   error.contains(QString::fromLatin1(what)) && error.contains(file.fileName());
         };
         QVERIFY(refused({}, "too short"));
         QVERIFY(refused("no model", "too short"));
@@ -137,7 +138,8 @@ class LanguageModelTest : public QObject {
                 QByteArray changed = honest;
                 changed[at] = value;
                 QFile file(path("lying.model"));
-                QVERIFY(file.open(QIODevice::WriteOnly) && file.write(changed) == changed.size() && file.flush());
+                QVERIFY(file.open(QIODevice::WriteOnly) && file.write(changed) == changed.size() &&
+                        file.flush());
                 QString error;
                 // A changed seed is not noticed and does no harm: every probability can still be asked for.
                 if (const auto opened = LanguageModel::open(file.fileName(), &error)) {
@@ -167,7 +169,8 @@ class LanguageModelTest : public QObject {
         for (int t = 0; t < 4; ++t) {
             threads.emplace_back([&] {
                 for (int i = 0; i < 500; ++i) {
-                    different += SentenceScorer(*made, line).gain(5, QStringLiteral("rug")) == expected ? 0 : 1;
+                    different +=
+                        SentenceScorer(*made, line).gain(5, QStringLiteral("rug")) == expected ? 0 : 1;
                 }
             });
         }
