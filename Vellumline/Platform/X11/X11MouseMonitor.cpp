@@ -51,9 +51,13 @@ bool X11MouseMonitor::listen() {
     selection.head.deviceid = XCB_INPUT_DEVICE_ALL_MASTER;
     selection.head.mask_len = 1;
     selection.mask = XCB_INPUT_XI_EVENT_MASK_RAW_BUTTON_PRESS;
-    xcb_input_xi_select_events(connection->raw(), connection->rootWindow(), 1, &selection.head);
+    // Waited for: the next press is seen, however soon it comes.
+    const XcbReply<xcb_generic_error_t> refusal(xcb_request_check(
+        connection->raw(),
+        xcb_input_xi_select_events_checked(connection->raw(), connection->rootWindow(), 1, &selection.head)));
+    if (refusal)
+        return false;
     handlerToken_ = connection->addEventHandler([this](const xcb_generic_event_t& event) { handle(event); });
-    connection->flush();
     connection_ = std::move(connection);
     return true;
 }
