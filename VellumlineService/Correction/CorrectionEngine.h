@@ -10,9 +10,13 @@ struct CorrectionResult {
         corrected,   ///< `text` is the answer, also when nothing needed a change.
         unavailable, ///< The engine cannot work now (a dictionary is missing, a model is not loaded).
         failed,      ///< The engine tried and broke.
+        timedOut,    ///< The engine took longer than it may.
+        refused,     ///< The engine answered, but with something that is no correction of the text.
     };
     Status status = Status::failed;
     QString text;
+    /// Why there is no answer, for whoever runs the service. It has no word of the text.
+    QString problem = {};
 };
 
 /// Corrects English text. `correct` may be called from any number of threads at once.

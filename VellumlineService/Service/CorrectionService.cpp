@@ -431,11 +431,16 @@ HttpAnswer CorrectionService::rewrite(const HttpRequest& request) {
         return error(429, "too many rewrites in a minute");
     }
     const CorrectionResult result = engine_.correct(*text);
-    if (result.status == CorrectionResult::Status::unavailable) {
+    switch (result.status) {
+    case CorrectionResult::Status::corrected:
+        break;
+    case CorrectionResult::Status::unavailable:
+    case CorrectionResult::Status::refused:
         return error(503, "corrections are unavailable");
-    }
-    if (result.status == CorrectionResult::Status::failed) {
+    case CorrectionResult::Status::failed:
         return error(502, "the correction failed");
+    case CorrectionResult::Status::timedOut:
+        return error(504, "the correction took too long");
     }
     // Counted only when this answer will be sent, and before it is sent. A request that came too late or
     // whose client went away was given up by the server, and is not counted.

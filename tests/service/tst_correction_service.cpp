@@ -427,6 +427,12 @@ class CorrectionServiceTest : public QObject {
         QCOMPARE(rewrite(QStringLiteral("a"), token).status, 503);
         engine_.status = CorrectionResult::Status::failed;
         QCOMPARE(rewrite(QStringLiteral("a"), token).status, 502);
+        engine_.status = CorrectionResult::Status::refused;
+        QCOMPARE(rewrite(QStringLiteral("a"), token).status, 503);
+        engine_.status = CorrectionResult::Status::timedOut;
+        const HttpAnswer late = rewrite(QStringLiteral("a"), token);
+        QCOMPARE(late.status, 504);
+        QCOMPARE(errorOf(late), "the correction took too long");
         QCOMPARE(storage_->localAccount()->rewritesUsed, qint64{0});
     }
     void aRequestThatWasGivenUpIsNotCounted() {
