@@ -11,7 +11,7 @@ packages[build]="
     qt6-base-dev qt6-svg-dev libgl-dev qcoro-qt6-dev libexpected-dev
     libxcb1-dev libxcb-xfixes0-dev libxcb-xtest0-dev libxcb-xinput-dev libxcb-xkb-dev libxcb-keysyms1-dev
     libxcb-randr0-dev libxcb-res0-dev libxkbcommon-dev libxkbcommon-x11-dev
-    libsecret-1-dev libhunspell-dev libssl-dev libsodium-dev libbenchmark-dev
+    libsecret-1-dev libhunspell-dev libssl-dev libcurl4-openssl-dev libsodium-dev libbenchmark-dev
     openssl python3"
 packages[run]="
     at-spi2-core dbus xdg-utils desktop-file-utils libglib2.0-bin x11-utils
