@@ -107,7 +107,8 @@ int runAccount(const QStringList& arguments) {
     Configuration::Given given;
     for (const QString& name : {database, config}) {
         if (parser.isSet(name)) {
-            given.insert(name, parser.values(name));
+            const QStringList values = parser.values(name);
+            given.insert(name, values.isEmpty() ? QStringList{QStringLiteral("on")} : values);
         }
     }
     QString problem;
@@ -191,6 +192,10 @@ void addSettings(QCommandLineParser& parser) {
         if (setting.count == Configuration::Setting::Count::several) {
             description += QStringLiteral(" May be repeated.");
         }
+        if (setting.count == Configuration::Setting::Count::flag) {
+            parser.addOption({QString::fromLatin1(setting.name), description});
+            continue;
+        }
         parser.addOption(
             {QString::fromLatin1(setting.name), description, QString::fromLatin1(setting.value)});
     }
@@ -205,7 +210,8 @@ Configuration::Given givenSettings(const QCommandLineParser& parser) {
     const QStringList present = parser.optionNames();
     for (const QString& name : names) {
         if (present.contains(name)) {
-            given.insert(name, parser.values(name));
+            const QStringList values = parser.values(name);
+            given.insert(name, values.isEmpty() ? QStringList{QStringLiteral("on")} : values);
         }
     }
     return given;
@@ -247,7 +253,11 @@ int runService(QCoreApplication& application) {
     }
     ServiceLog log(configuration->log);
     ServiceMetrics metrics;
-    const auto engine = makeCorrectionEngine(configuration->engine);
+    EngineSettings engineSettings = configuration->engine;
+    engineSettings.external.report = [&log](const QString& event, const QString& reason) {
+        log.problem(event, {{QStringLiteral("reason"), reason}});
+    };
+    const auto engine = makeCorrectionEngine(engineSettings);
     Storage storage(configuration->database);
     if (const auto unusable = storage.open()) {
         return refuse(*unusable);

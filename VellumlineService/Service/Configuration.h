@@ -1,5 +1,6 @@
 #pragma once
 
+#include "VellumlineService/Correction/Engines.h"
 #include "VellumlineService/Service/Database.h"
 #include "VellumlineService/Service/ServiceLog.h"
 
@@ -21,7 +22,8 @@ class Configuration {
         const char* value; ///< What stands for the value in a help text.
         QString standard;
         QString description;
-        enum class Count { one, several } count = Count::one;
+        /// A flag is "on" or "off", and on the command line it stands alone.
+        enum class Count { one, several, flag } count = Count::one;
     };
     static const QList<Setting>& settings();
 
@@ -36,7 +38,7 @@ class Configuration {
     QHostAddress listen;
     quint16 port = 0;
     DatabaseAddress database;
-    QString engine;
+    EngineSettings engine;
     int engineSeconds = 0;
     QStringList hosts; ///< Lower case. Empty: any.
     QUrl publicUrl;    ///< Empty: none.
@@ -52,6 +54,8 @@ class Configuration {
         QString from;
     };
     QString one(const char* name) const;
+    /// The name of the setting that is wrong and what it needs; nothing when all are right.
+    std::optional<std::pair<const char*, QString>> readEngine(const QProcessEnvironment& environment);
 
     QHash<QString, Source> sources_;
 };
