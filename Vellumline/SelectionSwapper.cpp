@@ -8,10 +8,12 @@
 namespace vellumline {
 
 SelectionSwapper::SelectionSwapper(TokenStore& store, Accessibility& accessibility, SelectionProbe& probe,
-                                   Pasteboard& pasteboard, KeyEvents& keyEvents, RewriteClient& client,
-                                   Workspace& workspace, const UserDefaults& defaults, Clock& clock)
+                                   Pasteboard& pasteboard, ClipboardGuardian& guardian, KeyEvents& keyEvents,
+                                   RewriteClient& client, Workspace& workspace, const UserDefaults& defaults,
+                                   Clock& clock)
     : store_(store), accessibility_(accessibility), probe_(probe), pasteboard_(pasteboard),
-      keyEvents_(keyEvents), client_(client), workspace_(workspace), defaults_(defaults), clock_(clock) {}
+      guardian_(guardian), keyEvents_(keyEvents), client_(client), workspace_(workspace), defaults_(defaults),
+      clock_(clock) {}
 
 QCoro::Task<RewriteOutcome> SelectionSwapper::rewrite() {
     using Problem = RewriteProblem::Kind;
@@ -47,7 +49,9 @@ QCoro::Task<RewriteOutcome> SelectionSwapper::rewrite() {
     if (stopped_)
         co_return RewriteOutcome::problem(Problem::failed);
 
+    co_await guardian_.hold(snapshot.items());
     const std::optional<CapturedSelection> captured = co_await copySelection(snapshot);
+    guardian_.settle();
 
     QString text;
     std::optional<Font> font;
@@ -121,12 +125,14 @@ QCoro::Task<RewriteOutcome> SelectionSwapper::paste(QString text, std::optional<
     if (stopped_)
         co_return RewriteOutcome::problem(RewriteProblem::Kind::failed);
     ++borrowed_;
+    guardian_.borrow();
     const auto returned = qScopeGuard([this] { --borrowed_; });
     const bool written = co_await Clipboard::writePrivately(text, font, pasteboard_);
     // Without the correction on the pasteboard, the paste chord would paste something else over the
     // selection.
     if (!written) {
         co_await ClipboardSnapshot::restore(snapshot, pasteboard_);
+        guardian_.settle();
         co_return RewriteOutcome::problem(RewriteProblem::Kind::failed);
     }
     const qint64 ours = pasteboard_.changeCount();
@@ -148,10 +154,13 @@ QCoro::Task<void> SelectionSwapper::giveBack(ClipboardSnapshot snapshot, qint64 
         // the user copied just now, and theirs to keep.
         const std::optional<QString> text = co_await pasteboard_.string();
         const bool isCorrection = text && SelectionStyle::sameSelection(*text, correction);
-        if (!isCorrection)
+        if (!isCorrection) {
+            guardian_.forget();
             co_return;
+        }
     }
     co_await ClipboardSnapshot::restore(snapshot, pasteboard_);
+    guardian_.settle();
 }
 
 QCoro::Task<std::optional<CapturedSelection>> SelectionSwapper::copySelection(ClipboardSnapshot snapshot) {

@@ -2,6 +2,7 @@
 
 #include "Vellumline/ClipboardSnapshot.h"
 #include "Vellumline/Platform/Accessibility.h"
+#include "Vellumline/Platform/ClipboardGuardian.h"
 #include "Vellumline/Platform/Clock.h"
 #include "Vellumline/Platform/KeyEvents.h"
 #include "Vellumline/Platform/Pasteboard.h"
@@ -31,8 +32,8 @@ struct CapturedSelection {
 class SelectionSwapper final : public SelectionRewriter {
   public:
     SelectionSwapper(TokenStore& store, Accessibility& accessibility, SelectionProbe& probe,
-                     Pasteboard& pasteboard, KeyEvents& keyEvents, RewriteClient& client,
-                     Workspace& workspace, const UserDefaults& defaults, Clock& clock);
+                     Pasteboard& pasteboard, ClipboardGuardian& guardian, KeyEvents& keyEvents,
+                     RewriteClient& client, Workspace& workspace, const UserDefaults& defaults, Clock& clock);
 
     static constexpr int maximumCharacters = 4000; ///< extended grapheme clusters of the untrimmed text
     static constexpr std::chrono::milliseconds copyDeadline{800};
@@ -68,6 +69,7 @@ class SelectionSwapper final : public SelectionRewriter {
     Accessibility& accessibility_;
     SelectionProbe& probe_;
     Pasteboard& pasteboard_;
+    ClipboardGuardian& guardian_;
     KeyEvents& keyEvents_;
     RewriteClient& client_;
     Workspace& workspace_;

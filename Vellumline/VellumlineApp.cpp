@@ -11,6 +11,7 @@
 #include "Vellumline/Platform/Linux/AtSpiAccessibility.h"
 #include "Vellumline/Platform/Linux/DBusApplication.h"
 #include "Vellumline/Platform/Linux/DesktopStatusItem.h"
+#include "Vellumline/Platform/Linux/GuardianProcess.h"
 #include "Vellumline/Platform/Linux/LocalService.h"
 #include "Vellumline/Platform/Linux/PortalAppearance.h"
 #include "Vellumline/Platform/Linux/QtKeyMonitor.h"
@@ -97,6 +98,7 @@ struct VellumlineApp::Parts {
     AuthConfig config = AuthConfig::shared();
     LocalService localService{config.backendURL};
 
+    GuardianProcess guardian{QCoreApplication::applicationDirPath() + QStringLiteral("/vellumline-guardian")};
     std::unique_ptr<X11Connection> connection;
     std::unique_ptr<X11Pasteboard> pasteboard;
     std::unique_ptr<X11KeyEvents> keyEvents;
@@ -163,8 +165,9 @@ bool VellumlineApp::Parts::build() {
         return QStringList{windowClass.instance, windowClass.name};
     });
     probe = std::make_unique<SelectionProbe>(*accessibility, *workspace, *secureInput);
-    swapper = std::make_unique<SelectionSwapper>(store, *accessibility, *probe, *pasteboard, *keyEvents,
-                                                 rewriteClient, *workspace, defaults, clock);
+    guardian.start();
+    swapper = std::make_unique<SelectionSwapper>(store, *accessibility, *probe, *pasteboard, guardian,
+                                                 *keyEvents, rewriteClient, *workspace, defaults, clock);
     hotkeyMonitor = std::make_unique<HotkeyMonitor>(*hotkeys);
     return true;
 }

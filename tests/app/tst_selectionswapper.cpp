@@ -1,5 +1,6 @@
 #include "Vellumline/SelectionSwapper.h"
 #include "fakes/FakeAccessibility.h"
+#include "fakes/FakeClipboardGuardian.h"
 #include "fakes/FakeKeyEvents.h"
 #include "fakes/FakePasteboard.h"
 #include "fakes/FakeSecureInput.h"
@@ -88,8 +89,9 @@ struct Desktop {
     FakeUserDefaults defaults;
     SelectionProbe probe{accessibility, workspace, secureInput};
     RewriteClient client{service.api, exampleConfig()};
-    SelectionSwapper swapper{service.store, accessibility, probe,    pasteboard,   keys,
-                             client,        workspace,     defaults, service.clock};
+    FakeClipboardGuardian guardian;
+    SelectionSwapper swapper{service.store, accessibility, probe,     pasteboard, guardian,
+                             keys,          client,        workspace, defaults,   service.clock};
 };
 
 } // namespace
@@ -125,6 +127,9 @@ class SelectionSwapperTest : public QObject {
     void whatTheUserCopiesWhileTheCorrectionIsPastedStays();
     void whatTheUserCopiesJustBeforeThePasteStays();
     void aClipboardManagerThatTakesTheCorrectionUpDoesNotKeepIt();
+    void theGuardianHoldsTheClipboardWhileItIsBorrowed();
+    void theGuardianForgetsWhatTheUserHasReplaced();
+    void theGuardianIsToldAlsoWhenNothingIsPasted();
     void thePasteDelayIsClamped_data();
     void thePasteDelayIsClamped();
     void theCopyIsReadOnlyWhenItHasBeenQuiet();
@@ -459,6 +464,50 @@ void SelectionSwapperTest::aClipboardManagerThatTakesTheCorrectionUpDoesNotKeepI
     desktop.service.transport.queue(200, corrected(QStringLiteral("the")));
     QVERIFY(desktop.run() == RewriteOutcome::rewrote());
     QVERIFY(desktop.isGivenBack());
+}
+
+void SelectionSwapperTest::theGuardianHoldsTheClipboardWhileItIsBorrowed() {
+    using State = FakeClipboardGuardian::State;
+    Desktop desktop;
+    QList<State> atKeys;
+    desktop.keys.setAnswer([&](std::uint16_t key) {
+        atKeys.append(desktop.guardian.state);
+        if (key == 8)
+            desktop.pasteboard.copyElsewhere(QStringLiteral("teh"));
+    });
+    desktop.service.transport.queue(200, corrected(QStringLiteral("the")));
+    QVERIFY(desktop.run() == RewriteOutcome::rewrote());
+    QCOMPARE(atKeys, QList<State>({State::borrowed, State::borrowed}));
+    QVERIFY(desktop.guardian.held == desktop.mine);
+    QCOMPARE(desktop.guardian.calls(), QStringList({QStringLiteral("hold"), QStringLiteral("settle"),
+                                                    QStringLiteral("borrow"), QStringLiteral("settle")}));
+}
+
+void SelectionSwapperTest::theGuardianForgetsWhatTheUserHasReplaced() {
+    Desktop desktop;
+    desktop.keys.setAnswer([&](std::uint16_t key) {
+        desktop.pasteboard.copyElsewhere(key == 8 ? QStringLiteral("teh") : QStringLiteral("mine, just now"));
+    });
+    desktop.service.transport.queue(200, corrected(QStringLiteral("the")));
+    QVERIFY(desktop.run() == RewriteOutcome::rewrote());
+    QVERIFY(desktop.guardian.state == FakeClipboardGuardian::State::nothing);
+}
+
+void SelectionSwapperTest::theGuardianIsToldAlsoWhenNothingIsPasted() {
+    Desktop ignoring;
+    ignoring.ignoresKeys();
+    ignoring.run();
+    QVERIFY(ignoring.guardian.state == FakeClipboardGuardian::State::settled);
+    Desktop offline;
+    offline.service.transport.queue(TransportError::notConnectedToInternet);
+    offline.run();
+    QVERIFY(offline.guardian.state == FakeClipboardGuardian::State::settled);
+    Desktop refusing;
+    refusing.fieldWith(QStringLiteral("teh"));
+    refusing.service.transport.queue(200, corrected(QStringLiteral("the")));
+    refusing.pasteboard.afterWrite = [&] { refusing.pasteboard.refusesWrites = true; };
+    refusing.run();
+    QVERIFY(refusing.guardian.state == FakeClipboardGuardian::State::settled);
 }
 
 void SelectionSwapperTest::thePasteDelayIsClamped_data() {

@@ -1,0 +1,167 @@
+"""The program is killed at every step of a correction: the user's clipboard is not lost, the text is the old one or the
+new one, no key stays down, and the next start works."""
+
+import argparse
+import http.server
+import json
+import os
+import signal
+import subprocess
+import sys
+import threading
+import time
+
+ROOT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
+sys.path.insert(0, os.path.join(ROOT, "demo"))
+
+from desktop import (Failure, Programs, activate, clipboard, editable_text_of, press, run, same_contents,  # noqa: E402
+                     say, screenshot, selected_text_of, text_of, wait_for, window_of)
+
+NAME = "com.kelthorne.vellumline"
+SENTENCE = "i has went to the shop yesterday and buyed three apple."
+CORRECTED = "I went to the shop yesterday and bought three apples."
+# Milliseconds after the key press. The copy takes the first 60 or so, the answer 150, the paste 600.
+MOMENTS = [0, 2, 4, 6, 8, 10, 15, 20, 30, 40, 50, 60, 70, 80, 100, 130, 160, 200, 205, 210, 215, 220, 230, 250, 300, 400, 600,
+           800, 1000, 1500]
+ANSWER_SECONDS = 0.15
+
+
+class Service(http.server.BaseHTTPRequestHandler):
+    """Answers as the correction service does, a moment later, so that every step can be hit."""
+
+    def log_message(self, *arguments):
+        pass
+
+    def reply(self, body):
+        data = json.dumps(body).encode()
+        self.send_response(200)
+        self.send_header("Content-Type", "application/json")
+        self.send_header("Content-Length", str(len(data)))
+        self.end_headers()
+        self.wfile.write(data)
+
+    def do_GET(self):
+        self.reply({"plan": "paid", "rewritesUsed": 3, "freeRewrites": 30})
+
+    def do_POST(self):
+        self.rfile.read(int(self.headers.get("Content-Length", "0")))
+        time.sleep(ANSWER_SECONDS)
+        try:
+            self.reply({"text": CORRECTED})
+        except OSError:  # who asked is dead
+            pass
+
+
+def is_on_bus():
+    return b"true" in (run("gdbus", "call", "--session", "--dest", "org.freedesktop.DBus", "--object-path",
+                           "/org/freedesktop/DBus", "--method", "org.freedesktop.DBus.NameHasOwner", NAME) or b"")
+
+
+def keys_down():
+    """What any keyboard of the server says is down."""
+    devices = (run("xinput", "list", "--id-only") or b"").split()
+    return [line for device in devices
+            for line in (run("xinput", "query-state", device.decode()) or b"").decode().splitlines()
+            if "key[" in line and line.endswith("=down")]
+
+
+def guardians():
+    return (run("pgrep", "-x", "vellumline-guar") or b"").decode().split()
+
+
+def kill_after(moment, build, programs, text, window):
+    """One correction, killed that many milliseconds after its key press; whether the text was corrected."""
+    program = programs.start("vellumline", os.path.join(build, "Vellumline", "vellumline"), "--no-local-service")
+    wait_for("the program", 15, is_on_bus, 0.05)
+    node = editable_text_of(text.pid)
+    activate(window)
+    press("ctrl+a")
+    run("xdotool", "type", SENTENCE)
+    wait_for("the sentence", 5, lambda: text_of(node) == SENTENCE)
+    press("ctrl+a")
+    wait_for("the sentence to be selected", 5, lambda: selected_text_of(node) == SENTENCE)
+    owner = programs.start("owner", os.path.join(build, "demo", "vellumline-demo-clipboard"), "what I had copied before")
+    wait_for("the clipboard owner", 10, lambda: "ready" in programs.log("owner"))
+    before = wait_for("the clipboard to hold an image and a text", 5,
+                      lambda: (lambda c: c if {"image/png", "UTF8_STRING"} <= set(c) else None)(clipboard()))
+    # Not through xdotool's own start, which takes longer than some of the steps.
+    typist = subprocess.Popen(["xdotool", "-"], stdin=subprocess.PIPE)
+    time.sleep(0.2)
+    typist.stdin.write(b"key ctrl+alt+r\n")
+    typist.stdin.flush()
+    time.sleep(moment / 1000)
+    os.kill(program.pid, signal.SIGKILL)
+    program.wait()
+    programs.running.remove(program)
+    typist.stdin.close()
+    typist.wait(10)
+
+    def is_back():
+        return same_contents(before, clipboard())
+
+    try:
+        wait_for("it", 5, is_back, 0.1)
+    except Failure as failure:
+        raise Failure(f"killed after {moment} ms the clipboard offers {clipboard()}") from failure
+    time.sleep(0.3)
+    if not is_back():
+        raise Failure(f"killed after {moment} ms the clipboard did not stay: {clipboard()}")
+    if text_of(node) not in (SENTENCE, CORRECTED):
+        raise Failure(f"killed after {moment} ms the text is \"{text_of(node)}\"")
+    if keys_down():
+        raise Failure(f"killed after {moment} ms these keys are down: {keys_down()}")
+    corrected = text_of(node) == CORRECTED
+    # Who copies something is given the clipboard, and nobody is left who holds the old one.
+    programs.end(owner)
+    subprocess.run(["xclip", "-selection", "clipboard"], input=b"something new", check=True, timeout=10)
+    wait_for("the new clipboard", 5, lambda: run("xclip", "-selection", "clipboard", "-o") == b"something new")
+    wait_for("the guardian to be gone", 5, lambda: not guardians(), 0.1)
+    return corrected
+
+
+def main():
+    arguments = argparse.ArgumentParser()
+    arguments.add_argument("--build", required=True)
+    arguments.add_argument("--output", required=True)
+    arguments.add_argument("moments", nargs="*", type=int)
+    options = arguments.parse_args()
+    os.makedirs(options.output, exist_ok=True)
+    service = http.server.ThreadingHTTPServer(("127.0.0.1", 0), Service)
+    threading.Thread(target=service.serve_forever, daemon=True).start()
+    os.environ["VELLUMLINE_ORIGIN"] = f"http://127.0.0.1:{service.server_address[1]}"
+    config = os.path.join(os.environ["XDG_CONFIG_HOME"], "vellumline")
+    os.makedirs(config)
+    with open(os.path.join(config, "vellumline.conf"), "w", encoding="utf-8") as file:
+        file.write("[General]\nvellumline.onboardingDone=true\n")
+    session = {"accessToken": "a", "refreshToken": "b", "userId": 1, "email": "ada@example.org"}
+    subprocess.run(["secret-tool", "store", "--label=session", "service", NAME + ".session", "account", "session"],
+                   input=json.dumps(session).encode(), check=True, timeout=20)
+    programs = Programs(options.output)
+    corrected = []
+    try:
+        path = os.path.join(os.environ["HOME"], "practice.txt")
+        with open(path, "w", encoding="utf-8") as file:
+            file.write(SENTENCE)
+        editor = programs.start("mousepad", "mousepad", "--disable-server", path)
+        window = wait_for("the editor's window", 30, lambda: window_of(editor.pid), 0.1)
+        activate(window)
+        wait_for("its text", 15, lambda: editable_text_of(editor.pid), 0.1)
+        moments = options.moments or MOMENTS
+        for moment in moments:
+            corrected.append(kill_after(moment, options.build, programs, editor, window))
+        say(f"ok       killed {len(moments)} times, {corrected.count(True)} times after the text was corrected; the clipboard "
+            "was what it was each time, and no key was down")
+        if not options.moments and (all(corrected) or not any(corrected)):
+            raise Failure("the moments were all before the paste, or all after it")
+    except Failure as failure:
+        say("FAILED   " + str(failure))
+        screenshot(os.path.join(options.output, "failed.png"))
+        return 1
+    finally:
+        programs.end_all()
+        service.shutdown()
+    return 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
