@@ -41,6 +41,16 @@ std::vector<QByteArray> modelPieces(const QString& lower) {
     if (lower.size() > 3 && lower.endsWith(QStringLiteral("'s")) && !verbContractions().contains(lower)) {
         return {lower.chopped(2).toUtf8(), QByteArrayLiteral("'s")};
     }
+    if (lower.contains(u' ')) {
+        std::vector<QByteArray> pieces;
+        const QStringList words = lower.split(u' ');
+        for (const QString& word : words) {
+            for (const QByteArray& piece : modelPieces(word)) {
+                pieces.push_back(piece);
+            }
+        }
+        return pieces;
+    }
     return {lower.toUtf8()};
 }
 

@@ -18,7 +18,7 @@ struct ModelToken {
 /// A text as a model sees it, for the builder and for the reader alike: small letters, no quotes, "dog's" as
 /// "dog" and "'s", punctuation as words.
 std::vector<ModelToken> modelTokens(const Line& line);
-/// A word of a text in pieces as a model sees them.
+/// A word of a text, or two that replaced it, in pieces as a model sees them.
 std::vector<QByteArray> modelPieces(const QString& lower);
 
 } // namespace vellumline

@@ -1,6 +1,7 @@
 #include "VellumlineService/Correction/Rules.h"
 
 #include "VellumlineService/Correction/Confusions.h"
+#include "VellumlineService/Correction/Spelling.h"
 
 #include <QHash>
 #include <QSet>
@@ -185,52 +186,6 @@ void knownSlips(Line& line, const RuleTools&) {
             line.replace(i, QStringLiteral("won't"));
         } else if (slips.contains(word) && slips.value(word) != word) {
             line.replace(i, slips.value(word));
-        }
-    }
-}
-
-void spelling(Line& line, const RuleTools& tools) {
-    const Speller& speller = tools.speller;
-    // Contractions and possessives: "'s" and the like do not make a word unknown.
-    const auto known = [&](const QString& word) {
-        if (speller.isKnown(word)) {
-            return true;
-        }
-        const qsizetype apostrophe = word.indexOf(u'\'');
-        return apostrophe > 0 && speller.isKnown(word.left(apostrophe));
-    };
-    int unknown = 0;
-    std::vector<bool> wrong(static_cast<size_t>(line.wordCount()), false);
-    for (int i = 0; i < line.wordCount(); ++i) {
-        const Token& token = line.word(i);
-        const QString asWritten = QString(token.text).replace(QChar(0x2019), u'\'');
-        if (!known(token.lower) && !known(asWritten)) {
-            ++unknown;
-            wrong[static_cast<size_t>(i)] = !isProtected(token) && token.lower.size() > 2;
-        }
-    }
-    // A line of mostly unknown words is another language or no prose at all.
-    if (line.looksLikeCode() || (unknown >= 3 && unknown * 5 > line.wordCount() * 2)) {
-        return;
-    }
-    for (int i = 0; i < line.wordCount(); ++i) {
-        if (!wrong[static_cast<size_t>(i)]) {
-            continue;
-        }
-        const Token& token = line.word(i);
-        const QString word = token.lower;
-        // "goin'", "payin'": speech written down.
-        const bool clipped = word.endsWith(QStringLiteral("in")) &&
-                             (line.punctuationAfter(i) == u'\'' || line.punctuationAfter(i) == QChar(0x2019));
-        // A capital and an unknown neighbour: a name or a phrase of another language.
-        const bool foreign = token.text.front().isUpper() && i + 1 < line.wordCount() &&
-                             !line.follows(i + 1).isEmpty() && wrong[static_cast<size_t>(i) + 1];
-        if (word.contains(u'\'') || clipped || foreign) {
-            continue;
-        }
-        const QString better = speller.correction(word, token.text.front().isUpper());
-        if (!better.isEmpty()) {
-            line.replace(i, better);
         }
     }
 }
@@ -515,7 +470,7 @@ const std::vector<Rule>& correctionRules() {
     static const std::vector<Rule> rules = {
         {"doubled-word", "The same word stands there twice.", doubledWords},
         {"known-slip", "A form that does not exist, or words run together.", knownSlips},
-        {"spelling", "The word is in no dictionary; this is the likeliest meant one.", spelling},
+        {"spelling", "The word is in no dictionary; this is the likeliest meant one.", applySpelling},
         {"lone-i", "The pronoun I is always a capital.", loneI},
         {"have-with-past", "After have stands the participle.", haveWithPast},
         {"agreement", "The verb agrees with its subject.", agreement},

@@ -5,11 +5,7 @@
 
 #include <QFile>
 #include <QFileInfo>
-#include <QtAlgorithms>
 #include <algorithm>
-#include <array>
-#include <cmath>
-#include <cstring>
 #include <hunspell.hxx>
 
 // At file scope: Q_INIT_RESOURCE may not stand in a namespace.
@@ -21,54 +17,7 @@ namespace vellumline {
 
 namespace {
 
-constexpr qsizetype longestWord = 30;
-// What one slip outweighs in frequency: e^6, about 400 times.
-constexpr double slipWeight = 6.0;
 constexpr int rememberedLimit = 20'000;
-
-bool isVowel(char c) {
-    return c != 0 && std::strchr("aeiouy", c) != nullptr;
-}
-
-bool isNeighbour(char a, char b) {
-    static constexpr std::array<const char*, 3> rows = {"qwertyuiop", "asdfghjkl", "zxcvbnm"};
-    int rowA = -1;
-    int rowB = -1;
-    int columnA = 0;
-    int columnB = 0;
-    for (int row = 0; row < 3; ++row) {
-        if (const char* at = std::strchr(rows[static_cast<size_t>(row)], a); a != 0 && at != nullptr) {
-            rowA = row;
-            columnA = static_cast<int>(at - rows[static_cast<size_t>(row)]);
-        }
-        if (const char* at = std::strchr(rows[static_cast<size_t>(row)], b); b != 0 && at != nullptr) {
-            rowB = row;
-            columnB = static_cast<int>(at - rows[static_cast<size_t>(row)]);
-        }
-    }
-    return rowA >= 0 && rowB >= 0 && std::abs(rowA - rowB) <= 1 && std::abs(columnA - columnB) <= 1;
-}
-
-quint32 letterSet(const QByteArray& word) {
-    quint32 set = 0;
-    for (const char c : word) {
-        set |= c >= 'a' && c <= 'z' ? quint32{1} << (c - 'a') : 0U;
-    }
-    return set;
-}
-
-double replaceCost(char a, char b) {
-    if (isVowel(a) && isVowel(b)) {
-        return 0.7;
-    }
-    static constexpr std::array<const char*, 8> soundPairs = {"cs", "ck", "sz", "gj", "tc", "fv", "qk", "nm"};
-    for (const char* pair : soundPairs) {
-        if ((a == pair[0] && b == pair[1]) || (a == pair[1] && b == pair[0])) {
-            return 0.8;
-        }
-    }
-    return isNeighbour(a, b) ? 0.85 : 1.1;
-}
 
 } // namespace
 
@@ -93,6 +42,9 @@ Speller::Speller() {
     } else if (dictionaries_.empty()) {
         problem_ = QStringLiteral("there is no Hunspell dictionary for en_US");
     }
+    if (model_) {
+        finder_ = std::make_unique<CandidateFinder>(*model_);
+    }
     loadResources();
     QFile file(QStringLiteral(":/vellumline/correction/words.tsv"));
     if (file.open(QIODevice::ReadOnly)) {
@@ -101,8 +53,7 @@ Speller::Speller() {
         for (const QByteArray& line : lines) {
             const QList<QByteArray> columns = line.split('\t');
             if (columns.size() == 3 && !columns.at(2).isEmpty()) {
-                entries_.push_back(
-                    {columns.at(0), columns.at(1).toInt(), letterSet(columns.at(0)), columns.at(2).at(0)});
+                entries_.push_back({columns.at(0), columns.at(1).toInt(), columns.at(2).at(0)});
             }
         }
         std::sort(entries_.begin(), entries_.end(),
@@ -142,9 +93,17 @@ bool Speller::inDictionary(const QString& word) const {
 }
 
 bool Speller::isKnown(const QString& word) const {
-    // A word that edited text uses ten times is a word: most British spellings are known without their
-    // dictionary.
-    if (frequency(word) >= 10 || inDictionary(word)) {
+    const int index = model_->find(word.toLower().toUtf8());
+    if (index >= 0) {
+        const quint8 flags = model_->flags(index);
+        const bool listed = (flags & (LanguageModel::americanWord | LanguageModel::britishWord)) != 0;
+        const bool written = (flags & LanguageModel::capitalWord) == 0 || word.front().isUpper();
+        // A word that edited text uses ten times is a word.
+        if (written && (listed || model_->frequency(index) >= 10)) {
+            return true;
+        }
+    }
+    if (inDictionary(word)) {
         return true;
     }
     // -ise, -ised, -isation for -ize.
@@ -165,6 +124,36 @@ bool Speller::isKnown(const QString& word) const {
     return isCompound(word) || (word.endsWith(u's') && isCompound(word.chopped(1)));
 }
 
+bool Speller::isListed(const QString& lower) const {
+    const int index = model_->find(lower.toUtf8());
+    return index >= 0 &&
+           (model_->flags(index) & (LanguageModel::americanWord | LanguageModel::britishWord)) != 0;
+}
+
+QString Speller::derivedFrom(const QString& lower) const {
+    constexpr qsizetype shortestBase = 5;
+    const auto isBase = [&](const QString& word) { return word.size() >= shortestBase && isListed(word); };
+    if (const QString base = lower.chopped(3) + u'y'; lower.endsWith(QStringLiteral("ies")) && isBase(base)) {
+        return base;
+    }
+    for (const char* text : {"s", "es", "ly", "ness", "less"}) {
+        const QString suffix = QString::fromLatin1(text);
+        // Not "issuess": that is a doubled letter.
+        const bool doubled = suffix.startsWith(u's') && lower.chopped(suffix.size()).endsWith(u's');
+        if (lower.endsWith(suffix) && !doubled && isBase(lower.chopped(suffix.size()))) {
+            return lower.chopped(suffix.size());
+        }
+    }
+    for (const char* text : {"co", "re", "un", "non", "pre", "anti", "multi", "sub", "micro", "meta", "hyper",
+                             "over", "inter"}) {
+        const QString prefix = QString::fromLatin1(text);
+        if (lower.startsWith(prefix) && isBase(lower.mid(prefix.size()))) {
+            return lower.mid(prefix.size());
+        }
+    }
+    return {};
+}
+
 bool Speller::isCompound(const QString& lower) const {
     // Two common words written as one, or a common word with a prefix, are more often jargon than a slip.
     for (const char* text :
@@ -175,7 +164,7 @@ bool Speller::isCompound(const QString& lower) const {
             return true;
         }
     }
-    for (qsizetype at = 3; at + 3 <= lower.size(); ++at) {
+    for (qsizetype at = 4; at + 4 <= lower.size(); ++at) {
         if (frequency(lower.left(at)) >= 800 && frequency(lower.mid(at)) >= 800) {
             return true;
         }
@@ -183,86 +172,23 @@ bool Speller::isCompound(const QString& lower) const {
     return false;
 }
 
-double Speller::slipCost(const QByteArray& a, const QByteArray& b, double limit) {
-    const auto rows = a.size();
-    const auto columns = b.size();
-    if (rows > longestWord || columns > longestWord || std::abs(rows - columns) > 2) {
-        return limit + 1;
-    }
-    // Damerau-Levenshtein with adjacent swaps; three rows are enough.
-    std::array<std::array<double, longestWord + 1>, 3> table{};
-    auto row = [&](qsizetype i) -> std::array<double, longestWord + 1>& {
-        return table[static_cast<size_t>(i % 3)];
-    };
-    const auto at = [](qsizetype i) { return static_cast<size_t>(i); };
-    for (qsizetype j = 0; j <= columns; ++j) {
-        row(0)[at(j)] = static_cast<double>(j);
-    }
-    for (qsizetype i = 1; i <= rows; ++i) {
-        row(i)[0] = static_cast<double>(i);
-        double best = row(i)[0];
-        for (qsizetype j = 1; j <= columns; ++j) {
-            const char x = a.at(i - 1);
-            const char y = b.at(j - 1);
-            const bool doubledTyped = i > 1 && a.at(i - 2) == x;
-            const bool doubledMeant = j > 1 && b.at(j - 2) == y;
-            double cost = x == y ? row(i - 1)[at(j - 1)] : row(i - 1)[at(j - 1)] + replaceCost(x, y);
-            cost = std::min(cost, row(i - 1)[at(j)] + (doubledTyped ? 0.5 : 1.0));
-            cost = std::min(cost, row(i)[at(j - 1)] + (doubledMeant               ? 0.5
-                                                       : (isVowel(y) || y == 'h') ? 0.85
-                                                                                  : 0.9));
-            if (i > 1 && j > 1 && x == b.at(j - 2) && a.at(i - 2) == y && x != y) {
-                cost = std::min(cost, row(i - 2)[at(j - 2)] + 0.7);
-            }
-            row(i)[at(j)] = cost;
-            best = std::min(best, cost);
-        }
-        if (best > limit) {
-            return limit + 1;
-        }
-    }
-    return row(rows)[at(columns)] + (rows > 0 && columns > 0 && a.at(0) != b.at(0) ? 0.4 : 0.0);
-}
-
-QString Speller::correction(const QString& lower, bool cautious) const {
-    const QByteArray typed = lower.toLatin1();
-    if (typed.size() < 3 || typed.size() > longestWord) {
-        return {};
-    }
-    const QString memory = (cautious ? QStringLiteral("?") : QString()) + lower;
+std::shared_ptr<const std::vector<Candidate>> Speller::candidates(const QString& lower) const {
     {
-        const QMutexLocker lock(&mutex_);
-        const auto found = remembered_.constFind(memory);
+        const QMutexLocker lock(&memory_);
+        const auto found = remembered_.constFind(lower);
         if (found != remembered_.constEnd()) {
             return *found;
         }
     }
-    const double limit = cautious ? 1.0 : typed.size() <= 4 ? 1.05 : typed.size() <= 7 ? 1.5 : 2.0;
-    const quint32 letters = letterSet(typed);
-    const Entry* best = nullptr;
-    double bestScore = -1e9;
-    for (const Entry& candidate : entries_) {
-        if (candidate.count < (cautious ? 150 : 8) || std::abs(candidate.word.size() - typed.size()) > 2 ||
-            candidate.word.size() < 2 || qPopulationCount(candidate.letters ^ letters) > 4) {
-            continue;
-        }
-        const double cost = slipCost(typed, candidate.word, limit);
-        if (cost > limit) {
-            continue;
-        }
-        const double score = std::log(static_cast<double>(candidate.count)) - slipWeight * cost;
-        if (score > bestScore) {
-            bestScore = score;
-            best = &candidate;
-        }
-    }
-    QString answer = best ? QString::fromLatin1(best->word) : QString();
-    const QMutexLocker lock(&mutex_);
+    const qsizetype length = lower.size();
+    const double limit = length <= 3 ? 1.05 : length == 4 ? 1.3 : length == 5 ? 1.8 : length <= 7 ? 2.0 : 2.4;
+    const auto made = std::make_shared<const std::vector<Candidate>>(finder_->find(lower.toLatin1(), limit));
+    const QMutexLocker lock(&memory_);
     if (remembered_.size() >= rememberedLimit) {
         remembered_.clear();
     }
-    remembered_.insert(memory, answer);
-    return answer;
+    remembered_.insert(lower, made);
+    return made;
 }
 
 } // namespace vellumline

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "VellumlineService/Correction/Candidates.h"
+
 #include <QByteArray>
 #include <QHash>
 #include <QMutex>
@@ -35,23 +37,20 @@ class Speller {
     bool isNoun(const QString& lower) const;
     /// Nearly always a verb in its base form.
     bool isVerb(const QString& lower) const;
-    /// The most likely meant word for an unknown lower-case one; empty when nothing is likely enough.
-    /// `cautious` asks for more certainty, for words that may be names.
-    QString correction(const QString& lower, bool cautious) const;
-
-    /// What it costs to have typed `typed` for `meant`: about 1 a slip, less for a likely one (a doubled
-    /// letter, two letters swapped, a neighbouring key, one vowel for another). `limit` + 1 when it is more
-    /// than `limit`.
-    static double slipCost(const QByteArray& typed, const QByteArray& meant, double limit);
+    /// The known word that an unknown lower-case one is made of by a common ending or prefix ("founders" of
+    /// "cofounders"); empty when there is none.
+    QString derivedFrom(const QString& lower) const;
+    /// What may have been meant by an unknown lower-case word, the likeliest first.
+    std::shared_ptr<const std::vector<Candidate>> candidates(const QString& lower) const;
 
   private:
+    bool isListed(const QString& lower) const;
     bool isCompound(const QString& lower) const;
     bool inDictionary(const QString& word) const;
 
     struct Entry {
         QByteArray word;
         int count = 0;
-        quint32 letters = 0; ///< One bit for each letter that the word has.
         char wordClass = '-';
     };
     const Entry* entry(const QString& lower) const;
@@ -62,7 +61,9 @@ class Speller {
     mutable QMutex mutex_;
     std::vector<std::unique_ptr<Hunspell>> dictionaries_;
     std::vector<Entry> entries_; ///< Sorted by word.
-    mutable QHash<QString, QString> remembered_;
+    std::unique_ptr<CandidateFinder> finder_;
+    mutable QMutex memory_;
+    mutable QHash<QString, std::shared_ptr<const std::vector<Candidate>>> remembered_;
 };
 
 } // namespace vellumline

@@ -4,7 +4,7 @@
 #include "VellumlineService/Correction/LanguageModel.h"
 #include "VellumlineService/Correction/Line.h"
 #include "VellumlineService/Correction/SentenceScorer.h"
-#include "VellumlineService/Correction/Speller.h"
+#include "VellumlineService/Correction/SlipCost.h"
 #include "VellumlineService/Correction/Tagger.h"
 
 #include <QHash>
@@ -69,7 +69,7 @@ void addSlips(Pairs* pairs, const LanguageModel& model, int leastFrequency) {
     for (const QList<QByteArray>& near : std::as_const(byDeletion)) {
         for (const QByteArray& typed : near) {
             for (const QByteArray& meant : near) {
-                const double cost = typed == meant ? 9 : Speller::slipCost(typed, meant, 1.2);
+                const double cost = typed == meant ? 9 : slipCost(typed, meant, 1.2);
                 // A short word is near to too many others, and an ending is grammar.
                 const bool ending = typed.startsWith(meant.left(std::max<qsizetype>(3, meant.size() - 2))) ||
                                     meant.startsWith(typed.left(std::max<qsizetype>(3, typed.size() - 2)));
