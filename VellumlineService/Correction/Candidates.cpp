@@ -41,8 +41,10 @@ CandidateFinder::CandidateFinder(const LanguageModel& model) : model_(model) {
         const quint8 flags = model.flags(i);
         const bool listed = (flags & (LanguageModel::americanWord | LanguageModel::britishWord)) != 0;
         const bool name = (flags & LanguageModel::capitalWord) != 0;
-        const bool plain = std::all_of(word.begin(), word.end(), [](char c) { return (c >= 'a' && c <= 'z') || c == '\''; });
-        if (!plain || word.size() < 2 || word.size() > longest || (!listed && (name || model.frequency(i) < leastUnlisted)) ||
+        const bool plain =
+            std::all_of(word.begin(), word.end(), [](char c) { return (c >= 'a' && c <= 'z') || c == '\''; });
+        if (!plain || word.size() < 2 || word.size() > longest ||
+            (!listed && (name || model.frequency(i) < leastUnlisted)) ||
             (name && model.frequency(i) < leastName)) {
             continue;
         }

@@ -10,8 +10,8 @@ class LanguageModel;
 
 /// A word, or two, that may have been meant.
 struct Candidate {
-    QString text;    ///< In small letters; two words have a space between.
-    double cost = 0; ///< As slipCost tells it.
+    QString text;     ///< In small letters; two words have a space between.
+    double cost = 0;  ///< As slipCost tells it.
     quint8 flags = 0; ///< LanguageModel::WordFlag of the word; of two words, what both have.
 };
 
@@ -27,8 +27,8 @@ class CandidateFinder {
     void addSplits(const QByteArray& typed, std::vector<Candidate>* found) const;
 
     const LanguageModel& model_;
-    // The words by length, and of each the letters and the neighbours of letters that it has, one bit each. Comparing
-    // those leaves about one word in 2000, so that no index of deletions need be built or kept.
+    // The words by length, and of each the letters and the neighbours of letters that it has, one bit each.
+    // Comparing those leaves about one word in 2000, so that no index of deletions need be built or kept.
     struct Shape {
         quint32 letters = 0;
         quint64 neighbours = 0;

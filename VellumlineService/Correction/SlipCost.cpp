@@ -72,7 +72,8 @@ double replaceCostOf(char a, char b) {
     if (isVowel(a) && isVowel(b)) {
         return vowelForVowel;
     }
-    static constexpr std::array<const char*, 9> pairs = {"cs", "ck", "sz", "gj", "td", "fv", "qk", "nm", "uw"};
+    static constexpr std::array<const char*, 9> pairs = {"cs", "ck", "sz", "gj", "td",
+                                                         "fv", "qk", "nm", "uw"};
     for (const char* pair : pairs) {
         if ((a == pair[0] && b == pair[1]) || (a == pair[1] && b == pair[0])) {
             return soundAlike;
@@ -108,24 +109,29 @@ const std::vector<Sound>& sounds(char typed, char meant) {
     static const auto made = [] {
         std::array<std::array<std::vector<Sound>, 26>, 26> table;
         static constexpr Sound both[] = {
-            {"f", "ph", 0.5},     {"f", "gh", 0.8},     {"k", "ck", 0.5},     {"c", "ck", 0.6},    {"k", "ch", 0.7},
-            {"sion", "tion", 0.4}, {"shun", "tion", 0.6}, {"cion", "tion", 0.4}, {"shon", "tion", 0.6}, {"ie", "ei", 0.4},
-            {"ey", "y", 0.5},     {"ie", "y", 0.6},     {"ee", "ea", 0.5},    {"i", "ee", 0.8},    {"i", "ea", 0.9},
-            {"ou", "u", 0.7},     {"u", "oo", 0.6},     {"u", "ew", 0.7},     {"oo", "ou", 0.7},   {"ow", "ou", 0.6},
-            {"ei", "ai", 0.5},    {"ey", "ay", 0.5},    {"au", "aw", 0.5},    {"or", "er", 0.4},   {"ar", "er", 0.4},
-            {"er", "re", 0.4},    {"le", "el", 0.4},    {"al", "el", 0.5},    {"le", "al", 0.5},   {"il", "le", 0.6},
-            {"ance", "ence", 0.4}, {"ant", "ent", 0.4}, {"ible", "able", 0.4}, {"w", "wh", 0.5},   {"n", "kn", 0.6},
-            {"r", "wr", 0.6},     {"r", "rh", 0.6},     {"s", "sc", 0.6},     {"s", "ps", 0.7},    {"m", "mb", 0.6},
-            {"m", "mn", 0.6},     {"ch", "tch", 0.5},   {"j", "dg", 0.6},     {"g", "gu", 0.7},    {"t", "ght", 0.7},
-            {"te", "ght", 0.8},   {"o", "ough", 0.9},   {"uff", "ough", 0.9}, {"x", "cks", 0.7},   {"x", "cc", 0.7},
-            {"x", "xc", 0.5},     {"ks", "x", 0.6},     {"kw", "qu", 0.7},    {"sh", "ch", 0.8},   {"sh", "ti", 0.8},
-            {"sh", "ci", 0.8},    {"ly", "lly", 0.4},   {"aly", "ally", 0.3}, {"ely", "ly", 0.5},  {"full", "ful", 0.3},
-            {"eing", "ing", 0.4}, {"ys", "ies", 0.4},   {"yed", "ied", 0.4},  {"yer", "ier", 0.4}, {"ys", "yes", 0.8},
-            {"z", "s", 0.6},      {"c", "s", 0.6},      {"c", "k", 0.6},      {"ss", "c", 0.7},    {"s", "z", 0.6},
+            {"f", "ph", 0.5},      {"f", "gh", 0.8},      {"k", "ck", 0.5},      {"c", "ck", 0.6},
+            {"k", "ch", 0.7},      {"sion", "tion", 0.4}, {"shun", "tion", 0.6}, {"cion", "tion", 0.4},
+            {"shon", "tion", 0.6}, {"ie", "ei", 0.4},     {"ey", "y", 0.5},      {"ie", "y", 0.6},
+            {"ee", "ea", 0.5},     {"i", "ee", 0.8},      {"i", "ea", 0.9},      {"ou", "u", 0.7},
+            {"u", "oo", 0.6},      {"u", "ew", 0.7},      {"oo", "ou", 0.7},     {"ow", "ou", 0.6},
+            {"ei", "ai", 0.5},     {"ey", "ay", 0.5},     {"au", "aw", 0.5},     {"or", "er", 0.4},
+            {"ar", "er", 0.4},     {"er", "re", 0.4},     {"le", "el", 0.4},     {"al", "el", 0.5},
+            {"le", "al", 0.5},     {"il", "le", 0.6},     {"ance", "ence", 0.4}, {"ant", "ent", 0.4},
+            {"ible", "able", 0.4}, {"w", "wh", 0.5},      {"n", "kn", 0.6},      {"r", "wr", 0.6},
+            {"r", "rh", 0.6},      {"s", "sc", 0.6},      {"s", "ps", 0.7},      {"m", "mb", 0.6},
+            {"m", "mn", 0.6},      {"ch", "tch", 0.5},    {"j", "dg", 0.6},      {"g", "gu", 0.7},
+            {"t", "ght", 0.7},     {"te", "ght", 0.8},    {"o", "ough", 0.9},    {"uff", "ough", 0.9},
+            {"x", "cks", 0.7},     {"x", "cc", 0.7},      {"x", "xc", 0.5},      {"ks", "x", 0.6},
+            {"kw", "qu", 0.7},     {"sh", "ch", 0.8},     {"sh", "ti", 0.8},     {"sh", "ci", 0.8},
+            {"ly", "lly", 0.4},    {"aly", "ally", 0.3},  {"ely", "ly", 0.5},    {"full", "ful", 0.3},
+            {"eing", "ing", 0.4},  {"ys", "ies", 0.4},    {"yed", "ied", 0.4},   {"yer", "ier", 0.4},
+            {"ys", "yes", 0.8},    {"z", "s", 0.6},       {"c", "s", 0.6},       {"c", "k", 0.6},
+            {"ss", "c", 0.7},      {"s", "z", 0.6},
         };
         const auto add = [&](const Sound& sound) {
-            table[static_cast<size_t>(sound.typed.back() - 'a')][static_cast<size_t>(sound.meant.back() - 'a')]
-                .push_back(sound);
+            table[static_cast<size_t>(sound.typed.back() - 'a')]
+                 [static_cast<size_t>(sound.meant.back() - 'a')]
+                     .push_back(sound);
         };
         for (const Sound& sound : both) {
             add(sound);
@@ -182,8 +188,8 @@ double slipCost(QByteArrayView typed, QByteArrayView meant, double limit) {
                 cost = std::min(cost, table[i - 1][j] + tooMuch);
             }
             const bool doubledMeant = j > 1 && b[j - 2] == y;
-            cost = std::min(cost, row[j - 1] + (y == '\''                   ? apostrophe
-                                                : doubledMeant              ? doubling
+            cost = std::min(cost, row[j - 1] + (y == '\''                  ? apostrophe
+                                                : doubledMeant             ? doubling
                                                 : (isVowel(y) || y == 'h') ? silentMissing
                                                                            : letterMissing));
             if (i > 1 && j > 1 && x == b[j - 2] && a[i - 2] == y && x != y) {

@@ -164,7 +164,8 @@ bool Speller::isCompound(const QString& lower) const {
             return true;
         }
     }
-    for (qsizetype at = 4; at + 4 <= lower.size(); ++at) {
+    constexpr qsizetype shortest = 7; // "payments" is no "pay" and "men".
+    for (qsizetype at = 3; lower.size() >= shortest && at + 3 <= lower.size(); ++at) {
         if (frequency(lower.left(at)) >= 800 && frequency(lower.mid(at)) >= 800) {
             return true;
         }

@@ -14,8 +14,9 @@ namespace {
 
 // A slip is as unlikely as a factor of e^6 in the probability of the words.
 constexpr double slipWeight = 6.0;
-// How much likelier the line must become, slip and all, than it is with a word that the model does not know. Most words
-// that no dictionary has are slips; a word with a common ending or at the start of a sentence may be a name or a rare one.
+// How much likelier the line must become, slip and all, than it is with a word that the model does not know.
+// Most words that no dictionary has are slips; a word with a common ending or at the start of a sentence may
+// be a name or a rare one.
 constexpr double leastGain = -12;
 constexpr double leastGainOfDerived = -3;
 constexpr double leastGainOfCapital = 0;
@@ -37,7 +38,8 @@ int variant(const Line& line, const LanguageModel& model) {
     int british = 0;
     for (int i = 0; i < line.wordCount(); ++i) {
         const int index = model.find(line.lower(i).toUtf8());
-        const int flags = index < 0 ? 0 : model.flags(index) & (LanguageModel::americanWord | LanguageModel::britishWord);
+        const int flags =
+            index < 0 ? 0 : model.flags(index) & (LanguageModel::americanWord | LanguageModel::britishWord);
         british += flags == LanguageModel::britishWord ? 1 : flags == LanguageModel::americanWord ? -1 : 0;
     }
     return british;
@@ -45,7 +47,8 @@ int variant(const Line& line, const LanguageModel& model) {
 
 double variantCost(const Candidate& candidate, int british) {
     const int flags = candidate.flags & (LanguageModel::americanWord | LanguageModel::britishWord);
-    const bool other = british > 0 ? flags == LanguageModel::americanWord : british < 0 && flags == LanguageModel::britishWord;
+    const bool other = british > 0 ? flags == LanguageModel::americanWord
+                                   : british < 0 && flags == LanguageModel::britishWord;
     return other ? otherVariant : 0;
 }
 
@@ -86,7 +89,8 @@ void applySpelling(Line& line, const RuleTools& tools) {
         const Token& token = line.word(i);
         const bool capital = token.text.front().isUpper();
         // A capital and an unknown neighbour: a name or a phrase of another language.
-        const bool foreign = capital && i + 1 < line.wordCount() && line.isNextTo(i + 1) && wrong[static_cast<size_t>(i) + 1];
+        const bool foreign =
+            capital && i + 1 < line.wordCount() && line.isNextTo(i + 1) && wrong[static_cast<size_t>(i) + 1];
         if (!wrong[static_cast<size_t>(i)] || token.lower.contains(u'\'') || isClipped(line, i) || foreign) {
             continue;
         }
