@@ -1,3 +1,4 @@
+#include "VellumlineService/AccountCommand.h"
 #include "VellumlineService/Correction/Engines.h"
 #include "VellumlineService/Service/Configuration.h"
 #include "VellumlineService/Service/CorrectionService.h"
@@ -41,143 +42,6 @@ std::optional<qint64> number(const QString& text) {
     bool ok = false;
     const qint64 value = text.toLongLong(&ok);
     return ok && value >= 0 ? std::optional(value) : std::nullopt;
-}
-
-QString yesNo(bool value) {
-    return value ? QStringLiteral("yes") : QStringLiteral("no");
-}
-
-const QStringList& linkSettings() {
-    static const QStringList names = {QStringLiteral("monthlyCheckoutUrl"),
-                                      QStringLiteral("yearlyCheckoutUrl")};
-    return names;
-}
-
-int runAccount(const QStringList& arguments) {
-    QCommandLineParser parser;
-    parser.setApplicationDescription(QStringLiteral(
-        "vellumline-service account show\nvellumline-service account set OPTIONS\n\n"
-        "Shows or changes the local account; a running service sees a change with the next request."));
-    const QCommandLineOption help = parser.addHelpOption();
-    Q_UNUSED(help);
-    const auto option = [&](const char* name, const char* description, const char* value = nullptr) {
-        QCommandLineOption made(QString::fromLatin1(name), QString::fromLatin1(description),
-                                value ? QString::fromLatin1(value) : QString());
-        parser.addOption(made);
-        return QString::fromLatin1(name);
-    };
-    const QString database = option("database", "As for the service.", "address");
-    const QString config = option("config", "As for the service.", "file");
-    const QString plan = option("plan", "free, monthly, yearly or paid.", "plan");
-    const QString used = option("used", "Rewrites used so far.", "number");
-    const QString freeRewrites = option("free-rewrites", "Rewrites that the free plan allows.", "number");
-    const QString monthUsed = option("month-used", "Rewrites used this month.", "number");
-    const QString monthlyLimit = option("monthly-limit", "Rewrites a month; 0: no limit.", "number");
-    const QString minuteLimit = option("minute-limit", "Rewrites a minute; 0: no limit.", "number");
-    const QString email = option("email", "The address shown to the user; empty: none.", "address");
-    const QString closed = option("closed", "Close the account.");
-    const QString open = option("open", "Reopen the account.");
-    const QString pastDue = option("past-due", "The last payment failed.");
-    const QString paidUp = option("paid-up", "Nothing is owed.");
-    const QString canceled = option("renewal-canceled", "The plan will not renew.");
-    const QString renewing = option("renewing", "The plan renews.");
-    const QString monthlyLink =
-        option("monthly-checkout", "Link offered with a free limit; empty: none.", "url");
-    const QString yearlyLink =
-        option("yearly-checkout", "Link offered with a free limit; empty: none.", "url");
-    parser.addPositionalArgument(QStringLiteral("action"), QStringLiteral("show or set"));
-    parser.process(arguments);
-
-    const QStringList actions = parser.positionalArguments();
-    if (actions.size() != 1 ||
-        (actions.first() != QStringLiteral("show") && actions.first() != QStringLiteral("set"))) {
-        return refuse(QStringLiteral("say \"account show\" or \"account set\"; see account --help."));
-    }
-    const QString planText = parser.value(plan);
-    if (parser.isSet(plan) && !QStringList{QStringLiteral("free"), QStringLiteral("monthly"),
-                                           QStringLiteral("yearly"), QStringLiteral("paid")}
-                                   .contains(planText)) {
-        return refuse(QStringLiteral("--plan is free, monthly, yearly or paid."));
-    }
-    for (const QString& name : {used, freeRewrites, monthUsed, monthlyLimit, minuteLimit}) {
-        if (parser.isSet(name) && !number(parser.value(name))) {
-            return refuse(QStringLiteral("--%1 needs a number, 0 or more.").arg(name));
-        }
-    }
-    Configuration::Given given;
-    for (const QString& name : {database, config}) {
-        if (parser.isSet(name)) {
-            const QStringList values = parser.values(name);
-            given.insert(name, values.isEmpty() ? QStringList{QStringLiteral("on")} : values);
-        }
-    }
-    QString problem;
-    const auto configuration = Configuration::read(given, QProcessEnvironment::systemEnvironment(), problem);
-    if (!configuration) {
-        return refuse(problem);
-    }
-    Storage storage(configuration->database);
-    if (const auto unusable = storage.open()) {
-        return refuse(*unusable);
-    }
-    if (actions.first() == QStringLiteral("set")) {
-        const bool done = storage.changeLocalAccount([&](Account& account) {
-            if (parser.isSet(plan)) {
-                account.plan = planText;
-            }
-            account.rewritesUsed = parser.isSet(used) ? *number(parser.value(used)) : account.rewritesUsed;
-            account.freeRewrites =
-                parser.isSet(freeRewrites) ? *number(parser.value(freeRewrites)) : account.freeRewrites;
-            account.monthlyLimit =
-                parser.isSet(monthlyLimit) ? *number(parser.value(monthlyLimit)) : account.monthlyLimit;
-            account.minuteLimit =
-                parser.isSet(minuteLimit) ? *number(parser.value(minuteLimit)) : account.minuteLimit;
-            if (parser.isSet(minuteLimit)) {
-                // A new limit starts with a new minute, or it would hold for rewrites from before it.
-                account.minuteStarted = 0;
-                account.minuteUsed = 0;
-            }
-            if (parser.isSet(monthUsed)) {
-                account.monthUsed = *number(parser.value(monthUsed));
-                account.month = QDateTime::currentDateTimeUtc().toString(QStringLiteral("yyyy-MM"));
-            }
-            if (parser.isSet(email)) {
-                account.email = parser.value(email).trimmed();
-            }
-            account.closed = parser.isSet(closed) || (account.closed && !parser.isSet(open));
-            account.pastDue = parser.isSet(pastDue) || (account.pastDue && !parser.isSet(paidUp));
-            account.renewalCanceled =
-                parser.isSet(canceled) || (account.renewalCanceled && !parser.isSet(renewing));
-        });
-        const bool links =
-            (!parser.isSet(monthlyLink) ||
-             storage.setSetting(linkSettings().at(0), parser.value(monthlyLink))) &&
-            (!parser.isSet(yearlyLink) || storage.setSetting(linkSettings().at(1), parser.value(yearlyLink)));
-        if (!done || !links) {
-            return refuse(QStringLiteral("the change could not be written."));
-        }
-    }
-    const auto account = storage.localAccount();
-    if (!account) {
-        return refuse(QStringLiteral("the account could not be read."));
-    }
-    say(stdout,
-        QStringLiteral("account %1\nemail %2\nplan %3\nused %4\nfree-rewrites %5\nmonth %6\nmonth-used %7\n"
-                       "monthly-limit %8\nminute-limit %9")
-            .arg(account->id)
-            .arg(account->email.isEmpty() ? QStringLiteral("-") : account->email, account->plan)
-            .arg(account->rewritesUsed)
-            .arg(account->freeRewrites)
-            .arg(account->month.isEmpty() ? QStringLiteral("-") : account->month)
-            .arg(account->monthUsed)
-            .arg(account->monthlyLimit)
-            .arg(account->minuteLimit));
-    say(stdout, QStringLiteral("closed %1\npast-due %2\nrenewal-canceled %3")
-                    .arg(yesNo(account->closed), yesNo(account->pastDue), yesNo(account->renewalCanceled)));
-    for (const QString& name : linkSettings()) {
-        say(stdout, name + QStringLiteral(" ") + storage.setting(name).value_or(QStringLiteral("-")));
-    }
-    return 0;
 }
 
 /// The options of every setting, in the order of the table.
@@ -277,10 +141,8 @@ int runService(QCoreApplication& application) {
             account.rewritesUsed = 0;
         });
     }
-    ServiceSettings settings;
-    settings.hosts = configuration->hosts;
-    settings.publicUrl = configuration->publicUrl;
-    CorrectionService service(settings, storage, *engine, [] { return QDateTime::currentMSecsSinceEpoch(); });
+    CorrectionService service(configuration->service, storage, *engine,
+                              [] { return QDateTime::currentMSecsSinceEpoch(); });
     HttpLimits limits;
     limits.answerMilliseconds = configuration->engineSeconds * 1000;
     limits.connections = configuration->connections;
@@ -356,7 +218,7 @@ int main(int argc, char** argv) {
     QStringList arguments = QCoreApplication::arguments();
     if (arguments.size() > 1 && arguments.at(1) == QStringLiteral("account")) {
         arguments.removeAt(1);
-        return runAccount(arguments);
+        return runAccountCommand(arguments);
     }
     return runService(application);
 }

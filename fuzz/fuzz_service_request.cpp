@@ -28,7 +28,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (const auto text = parseRewriteBody(bytes)) {
         characterCount(*text, 4);
     }
-    if (verifyAccessToken(bytes, "another key than any token was signed with", 0)) {
+    if (verifyAccessToken(bytes, {accessTokenKeyId(bytes), "another key than any token was signed with"},
+                          0)) {
         std::abort();
     }
     return 0;

@@ -123,6 +123,28 @@ const QList<Configuration::Setting>& Configuration::settings() {
          "address",
          {},
          QStringLiteral("Where browsers reach the service, as https://example.org.")},
+        {"trusted-proxy",
+         "address",
+         {},
+         QStringLiteral("The IP address of a proxy whose X-Forwarded-For is believed."),
+         Setting::Count::several},
+        {"accounts", "kind", QStringLiteral("auto"),
+         QStringLiteral(
+             "local: whoever reaches the service is its one user; password: each has an e-mail address and a "
+             "password; auto: local on a loopback address without a public one.")},
+        {"registration", "kind", QStringLiteral("invitation"),
+         QStringLiteral("Who may make an account with a password: closed, invitation or open.")},
+        {"new-plan", "plan", QStringLiteral("free"),
+         QStringLiteral("Plan of a new account: free, monthly, yearly or paid.")},
+        {"new-free-rewrites", "number", QStringLiteral("30"),
+         QStringLiteral("Rewrites of a new free account.")},
+        {"new-monthly-limit", "number", QStringLiteral("0"),
+         QStringLiteral("Rewrites a month of a new account; 0: no limit.")},
+        {"new-minute-limit", "number", QStringLiteral("60"),
+         QStringLiteral("Rewrites a minute of a new account; 0: no limit.")},
+        {"monthly-checkout", "address", {}, QStringLiteral("Where the monthly plan is sold.")},
+        {"yearly-checkout", "address", {}, QStringLiteral("Where the yearly plan is sold.")},
+        {"key-days", "number", QStringLiteral("30"), QStringLiteral("How long a key signs tokens.")},
         {"log", "format", QStringLiteral("problems"),
          QStringLiteral("problems, or every request as text or json, on the standard error.")},
         {"metrics", "on or off", QStringLiteral("on"), QStringLiteral("Whether /metrics answers.")},
@@ -306,16 +328,61 @@ std::optional<Configuration> Configuration::read(const Given& commandLine,
         return wrong(unusable->first, unusable->second);
     }
     if (!made.one("public-url").isEmpty()) {
-        made.publicUrl = QUrl(made.one("public-url"), QUrl::StrictMode);
-        const bool web = made.publicUrl.scheme() == QStringLiteral("https") ||
-                         made.publicUrl.scheme() == QStringLiteral("http");
-        if (!web || made.publicUrl.host().isEmpty() || !made.publicUrl.userInfo().isEmpty() ||
-            made.publicUrl.hasQuery() || made.publicUrl.hasFragment() ||
-            !QStringList{QString(), QStringLiteral("/")}.contains(made.publicUrl.path())) {
+        made.service.publicUrl = QUrl(made.one("public-url"), QUrl::StrictMode);
+        const bool web = made.service.publicUrl.scheme() == QStringLiteral("https") ||
+                         made.service.publicUrl.scheme() == QStringLiteral("http");
+        if (!web || made.service.publicUrl.host().isEmpty() || !made.service.publicUrl.userInfo().isEmpty() ||
+            made.service.publicUrl.hasQuery() || made.service.publicUrl.hasFragment() ||
+            !QStringList{QString(), QStringLiteral("/")}.contains(made.service.publicUrl.path())) {
             return wrong("public-url",
                          QStringLiteral("needs an address as https://example.org, without a path."));
         }
-        made.publicUrl.setPath(QString());
+        made.service.publicUrl.setPath(QString());
+    }
+    const bool forOne = made.listen.isLoopback() && made.service.publicUrl.isEmpty();
+    const QString accounts = made.one("accounts");
+    if (accounts == QStringLiteral("password") || (accounts == QStringLiteral("auto") && !forOne)) {
+        made.service.accounts = Accounts::password;
+    } else if (accounts != QStringLiteral("local") && accounts != QStringLiteral("auto")) {
+        return wrong("accounts", QStringLiteral("is local, password or auto."));
+    }
+    const QStringList registrations = {QStringLiteral("closed"), QStringLiteral("invitation"),
+                                       QStringLiteral("open")};
+    const qsizetype registration = registrations.indexOf(made.one("registration"));
+    if (registration < 0) {
+        return wrong("registration", QStringLiteral("is closed, invitation or open."));
+    }
+    made.service.registration = static_cast<Registration>(registration);
+    if (!planNames().contains(made.one("new-plan"))) {
+        return wrong("new-plan", QStringLiteral("is free, monthly, yearly or paid."));
+    }
+    made.service.newAccount.plan = made.one("new-plan");
+    constexpr qint64 many = 1'000'000'000;
+    const auto freeRewrites = number("new-free-rewrites", 0, many);
+    const auto monthlyLimit = number("new-monthly-limit", 0, many);
+    const auto minuteLimit = number("new-minute-limit", 0, many);
+    const auto keyDays = number("key-days", 1, 3650);
+    if (!freeRewrites || !monthlyLimit || !minuteLimit || !keyDays) {
+        return {};
+    }
+    made.service.newAccount.freeRewrites = *freeRewrites;
+    made.service.newAccount.monthlyLimit = *monthlyLimit;
+    made.service.newAccount.minuteLimit = *minuteLimit;
+    made.service.keySeconds = *keyDays * 86400;
+    for (const char* name : {"monthly-checkout", "yearly-checkout"}) {
+        if (!made.one(name).isEmpty() && !isCheckoutUrl(made.one(name))) {
+            return wrong(name, QStringLiteral("needs an https address."));
+        }
+    }
+    made.service.monthlyCheckoutUrl = made.one("monthly-checkout");
+    made.service.yearlyCheckoutUrl = made.one("yearly-checkout");
+    const QStringList proxies = made.sources_.value(QStringLiteral("trusted-proxy")).values;
+    for (const QString& proxy : proxies) {
+        const QHostAddress address(proxy.trimmed());
+        if (address.isNull()) {
+            return wrong("trusted-proxy", QStringLiteral("needs an IP address."));
+        }
+        made.service.trustedProxies.append(address.toString());
     }
     const QString log = made.one("log");
     if (log == QStringLiteral("text")) {
@@ -332,13 +399,15 @@ std::optional<Configuration> Configuration::read(const Given& commandLine,
     // Against DNS rebinding, where a web page's own name points at this machine: on a loopback address, or
     // with a known public one, nothing else may be named.
     const QStringList names = made.sources_.value(QStringLiteral("host")).values;
-    if (made.listen.isLoopback() || !made.publicUrl.isEmpty() || !names.isEmpty()) {
-        made.hosts = {QStringLiteral("127.0.0.1"), QStringLiteral("localhost"), QStringLiteral("[::1]")};
+    made.service.hosts.clear();
+    if (made.listen.isLoopback() || !made.service.publicUrl.isEmpty() || !names.isEmpty()) {
+        made.service.hosts = {QStringLiteral("127.0.0.1"), QStringLiteral("localhost"),
+                              QStringLiteral("[::1]")};
         for (const QString& name : names) {
-            made.hosts.append(name.trimmed().toLower());
+            made.service.hosts.append(name.trimmed().toLower());
         }
-        if (!made.publicUrl.isEmpty()) {
-            made.hosts.append(made.publicUrl.host().toLower());
+        if (!made.service.publicUrl.isEmpty()) {
+            made.service.hosts.append(made.service.publicUrl.host().toLower());
         }
     }
     return made;

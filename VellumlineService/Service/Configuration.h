@@ -3,6 +3,7 @@
 #include "VellumlineService/Correction/Engines.h"
 #include "VellumlineService/Service/Database.h"
 #include "VellumlineService/Service/ServiceLog.h"
+#include "VellumlineService/Service/ServiceSettings.h"
 
 #include <QHash>
 #include <QHostAddress>
@@ -40,8 +41,7 @@ class Configuration {
     DatabaseAddress database;
     EngineSettings engine;
     int engineSeconds = 0;
-    QStringList hosts; ///< Lower case. Empty: any.
-    QUrl publicUrl;    ///< Empty: none.
+    ServiceSettings service;
     ServiceLog::Format log = ServiceLog::Format::problems;
     bool metrics = true;
     int connections = 0;

@@ -6,6 +6,7 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QTextBoundaryFinder>
+#include <algorithm>
 
 namespace vellumline {
 
@@ -79,10 +80,16 @@ int characterCount(const QString& text, int limit) {
 CorrectionService::CorrectionService(ServiceSettings settings, Storage& storage, CorrectionEngine& engine,
                                      Now now)
     : settings_(std::move(settings)), storage_(storage), engine_(engine), now_(std::move(now)),
-      key_(storage.signingKey()) {}
+      keys_(storage, settings_.keySeconds, std::max<qint64>(settings_.accessSeconds, 600)),
+      site_(settings_, storage_, keys_, [this] { return seconds(); }) {}
 
 HttpServer::Lane CorrectionService::laneOf(const HttpRequest& request) {
-    return request.path == "/v1/rewrite" ? HttpServer::Lane::correction : HttpServer::Lane::quick;
+    if (request.path == "/v1/rewrite") {
+        return HttpServer::Lane::correction;
+    }
+    const bool password = request.path == "/login/" || request.path == "/register/" ||
+                          request.path == "/reset/" || request.path == "/account/password";
+    return password && request.method == "POST" ? HttpServer::Lane::password : HttpServer::Lane::quick;
 }
 
 HttpAnswer CorrectionService::handle(const HttpRequest& request) {
@@ -98,12 +105,21 @@ const std::vector<CorrectionService::Route>& CorrectionService::routes() {
         {"GET", "/readyz", &CorrectionService::readiness},
         {"GET", "/metrics", &CorrectionService::metrics},
         {"GET", "/", &CorrectionService::home},
-        {"GET", "/login/", &CorrectionService::loginPage},
-        {"GET", "/login", &CorrectionService::loginPage},
-        {"POST", "/login/", &CorrectionService::login},
-        {"GET", "/account/", &CorrectionService::accountPage},
-        {"GET", "/account", &CorrectionService::accountPage},
-        {"POST", "/account/reopen", &CorrectionService::reopen},
+        {"GET", "/login/", &CorrectionService::site<&AccountSite::loginPage>},
+        {"GET", "/login", &CorrectionService::site<&AccountSite::loginPage>},
+        {"POST", "/login/", &CorrectionService::site<&AccountSite::login>},
+        {"POST", "/logout", &CorrectionService::site<&AccountSite::logout>},
+        {"GET", "/register/", &CorrectionService::site<&AccountSite::registerPage>},
+        {"POST", "/register/", &CorrectionService::site<&AccountSite::registerAccount>},
+        {"GET", "/reset/", &CorrectionService::site<&AccountSite::resetPage>},
+        {"POST", "/reset/", &CorrectionService::site<&AccountSite::reset>},
+        {"GET", "/account/", &CorrectionService::site<&AccountSite::accountPage>},
+        {"GET", "/account", &CorrectionService::site<&AccountSite::accountPage>},
+        {"GET", "/plan/", &CorrectionService::site<&AccountSite::planPage>},
+        {"POST", "/account/reopen", &CorrectionService::site<&AccountSite::reopen>},
+        {"POST", "/account/close", &CorrectionService::site<&AccountSite::close>},
+        {"POST", "/account/password", &CorrectionService::site<&AccountSite::changePassword>},
+        {"POST", "/account/sessions/end", &CorrectionService::site<&AccountSite::endSession>},
         {"POST", "/v1/auth/handoff/redeem", &CorrectionService::redeem},
         {"POST", "/auth/oauth/token", &CorrectionService::token},
         {"GET", "/v1/account", &CorrectionService::accountInfo},
@@ -158,45 +174,18 @@ bool CorrectionService::hostAllowed(const HttpRequest& request) const {
     return settings_.hosts.contains(QString::fromLatin1(host));
 }
 
-bool CorrectionService::sameOrigin(const HttpRequest& request) const {
-    const QByteArray site = request.header("sec-fetch-site");
-    if (!site.isEmpty() && site != "same-origin" && site != "none") {
-        return false;
+QByteArray CorrectionService::accessToken(const Account& account, const QString& session) {
+    const auto key = keys_.current(seconds());
+    if (!key) {
+        return {};
     }
-    if (!request.hasHeader("origin")) {
-        return true; // No browser; the form token still decides.
-    }
-    const QByteArray origin = request.header("origin");
-    const QByteArray host = request.header("host");
-    if (!settings_.publicUrl.isEmpty() &&
-        origin == settings_.publicUrl.toString(QUrl::FullyEncoded).toLatin1()) {
-        return true;
-    }
-    return origin == "http://" + host || origin == "https://" + host;
-}
-
-QByteArray CorrectionService::formToken(const QByteArray& purpose) const {
-    const QByteArray until = QByteArray::number(seconds() + 600);
-    return until + '.' + base64Url(hmacSha256(key_, "form\n" + purpose + '\n' + until));
-}
-
-bool CorrectionService::formTokenValid(const QByteArray& purpose, const QString& token) const {
-    const QByteArray bytes = token.toLatin1();
-    const qsizetype dot = bytes.indexOf('.');
-    if (dot <= 0 || bytes.left(dot).toLongLong() <= seconds()) {
-        return false;
-    }
-    return equalInConstantTime(base64Url(hmacSha256(key_, "form\n" + purpose + '\n' + bytes.left(dot))),
-                               bytes.mid(dot + 1));
-}
-
-QByteArray CorrectionService::accessToken(const Account& account) const {
     AccessClaims claims;
     claims.accountId = account.id;
     claims.email = account.email;
     claims.issuedAt = seconds();
     claims.expiresAt = seconds() + settings_.accessSeconds;
-    return signAccessToken(claims, key_);
+    claims.session = session;
+    return signAccessToken(claims, *key);
 }
 
 std::optional<Account> CorrectionService::authorised(const HttpRequest& request) {
@@ -205,8 +194,10 @@ std::optional<Account> CorrectionService::authorised(const HttpRequest& request)
     if (value.left(7).toLower() != "bearer ") {
         return {};
     }
-    const auto claims = verifyAccessToken(value.mid(7).trimmed(), key_, seconds());
-    return claims ? storage_.account(claims->accountId) : std::nullopt;
+    const QByteArray token = value.mid(7).trimmed();
+    const auto key = keys_.find(accessTokenKeyId(token), seconds());
+    const auto claims = key ? verifyAccessToken(token, *key, seconds()) : std::nullopt;
+    return claims ? storage_.accountOfSession(claims->accountId, claims->session) : std::nullopt;
 }
 
 HttpAnswer CorrectionService::health(const HttpRequest&) {
@@ -235,81 +226,6 @@ HttpAnswer CorrectionService::home(const HttpRequest&) {
     return answer;
 }
 
-HttpAnswer CorrectionService::loginPage(const HttpRequest& request) {
-    const auto items = parseForm(request.query);
-    const auto challenge = items ? formValue(*items, QStringLiteral("app_challenge")) : std::nullopt;
-    if (!challenge || !isPkceChallenge(*challenge)) {
-        return pages::message(
-            400, QStringLiteral("Start from the program"),
-            QStringLiteral("This page is opened by Vellumline when you choose Sign in there. The link "
-                           "that brought you here is incomplete."));
-    }
-    const auto account = storage_.localAccount();
-    if (!account) {
-        return pages::message(503, QStringLiteral("Not available"),
-                              QStringLiteral("The service cannot read its data. Try again in a minute."));
-    }
-    return pages::signIn(*challenge, formToken("login\n" + challenge->toLatin1()), *account);
-}
-
-HttpAnswer CorrectionService::login(const HttpRequest& request) {
-    const auto items =
-        request.mediaType() == "application/x-www-form-urlencoded" ? parseForm(request.body) : std::nullopt;
-    const auto challenge = items ? formValue(*items, QStringLiteral("app_challenge")) : std::nullopt;
-    const auto token = items ? formValue(*items, QStringLiteral("form_token")) : std::nullopt;
-    if (!challenge || !token || !isPkceChallenge(*challenge)) {
-        return pages::message(
-            400, QStringLiteral("Start from the program"),
-            QStringLiteral("This sign-in is incomplete. Choose Sign in in Vellumline again."));
-    }
-    if (!sameOrigin(request)) {
-        return pages::message(
-            403, QStringLiteral("Not from here"),
-            QStringLiteral("Another web site tried to sign you in. Choose Sign in in Vellumline."));
-    }
-    if (!formTokenValid("login\n" + challenge->toLatin1(), *token)) {
-        return pages::message(403, QStringLiteral("This page is too old"),
-                              QStringLiteral("Choose Sign in in Vellumline again to get a fresh one."));
-    }
-    const auto account = storage_.localAccount();
-    const QByteArray code = randomToken(24);
-    if (!account || !storage_.addHandoff(code, *challenge, account->id, seconds())) {
-        return pages::message(503, QStringLiteral("Not available"),
-                              QStringLiteral("The service cannot write its data. Try again in a minute."));
-    }
-    return pages::signedIn(code);
-}
-
-HttpAnswer CorrectionService::accountPage(const HttpRequest& request) {
-    const auto items = parseForm(request.query);
-    const QString plan = items ? formValue(*items, QStringLiteral("plan")).value_or(QString()) : QString();
-    const auto account = storage_.localAccount();
-    if (!account) {
-        return pages::message(503, QStringLiteral("Not available"),
-                              QStringLiteral("The service cannot read its data. Try again in a minute."));
-    }
-    return pages::account(*account, plan, formToken("reopen"));
-}
-
-HttpAnswer CorrectionService::reopen(const HttpRequest& request) {
-    const auto items =
-        request.mediaType() == "application/x-www-form-urlencoded" ? parseForm(request.body) : std::nullopt;
-    const auto token = items ? formValue(*items, QStringLiteral("form_token")) : std::nullopt;
-    if (!token || !sameOrigin(request) || !formTokenValid("reopen", *token)) {
-        return pages::message(403, QStringLiteral("This page is too old"),
-                              QStringLiteral("Open the account page again and retry."));
-    }
-    const auto account = storage_.localAccount();
-    if (!account || !storage_.reopenAccount(account->id)) {
-        return pages::message(503, QStringLiteral("Not available"),
-                              QStringLiteral("The service cannot write its data. Try again in a minute."));
-    }
-    HttpAnswer answer =
-        pages::message(303, QStringLiteral("Reopened"), QStringLiteral("The account is open again."));
-    answer.headers.emplace_back("Location", "/account/");
-    return answer;
-}
-
 HttpAnswer CorrectionService::redeem(const HttpRequest& request) {
     if (request.mediaType() != "application/json") {
         return error(415, "content type must be application/json");
@@ -330,7 +246,11 @@ HttpAnswer CorrectionService::redeem(const HttpRequest& request) {
     case Storage::Exchange::storageFailure:
         return storageProblem();
     }
-    QJsonObject reply{{QStringLiteral("access_token"), QString::fromLatin1(accessToken(issued.account))},
+    const QByteArray access = accessToken(issued.account, issued.session);
+    if (access.isEmpty()) {
+        return storageProblem();
+    }
+    QJsonObject reply{{QStringLiteral("access_token"), QString::fromLatin1(access)},
                       {QStringLiteral("refresh_token"), QString::fromLatin1(issued.refreshToken)},
                       {QStringLiteral("user_id"), QString::number(issued.account.id)}};
     if (!issued.account.email.isEmpty()) {
@@ -364,7 +284,11 @@ HttpAnswer CorrectionService::token(const HttpRequest& request) {
     if (issued.outcome != Storage::Exchange::done) {
         return error(400, "invalid_grant");
     }
-    QJsonObject reply{{QStringLiteral("access_token"), QString::fromLatin1(accessToken(issued.account))},
+    const QByteArray access = accessToken(issued.account, issued.session);
+    if (access.isEmpty()) {
+        return storageProblem();
+    }
+    QJsonObject reply{{QStringLiteral("access_token"), QString::fromLatin1(access)},
                       {QStringLiteral("refresh_token"), QString::fromLatin1(issued.refreshToken)},
                       {QStringLiteral("token_type"), QStringLiteral("Bearer")},
                       {QStringLiteral("expires_in"), settings_.accessSeconds}};
@@ -389,10 +313,10 @@ HttpAnswer CorrectionService::accountInfo(const HttpRequest& request) {
 
 HttpAnswer CorrectionService::freeLimitAnswer() {
     QJsonObject reply{{QStringLiteral("error"), QStringLiteral("free rewrites used up")}};
-    for (const QString& name : {QStringLiteral("monthlyCheckoutUrl"), QStringLiteral("yearlyCheckoutUrl")}) {
-        const QString url = storage_.setting(name).value_or(QString());
+    for (const QString& plan : {QStringLiteral("monthly"), QStringLiteral("yearly")}) {
+        const QString url = checkoutUrl(storage_, settings_, plan);
         if (!url.isEmpty()) {
-            reply.insert(name, url);
+            reply.insert(plan + QStringLiteral("CheckoutUrl"), url);
         }
     }
     return json(402, reply);

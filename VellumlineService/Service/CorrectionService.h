@@ -1,25 +1,13 @@
 #pragma once
 
 #include "VellumlineService/Correction/CorrectionEngine.h"
+#include "VellumlineService/Service/AccountSite.h"
 #include "VellumlineService/Service/HttpServer.h"
-#include "VellumlineService/Service/Storage.h"
 
-#include <QStringList>
-#include <QUrl>
 #include <functional>
 #include <vector>
 
 namespace vellumline {
-
-struct ServiceSettings {
-    /// Host names (without port) that a request may name. Empty: any. Against DNS rebinding, where a web
-    /// page's own name points at this machine.
-    QStringList hosts = {QStringLiteral("127.0.0.1"), QStringLiteral("localhost"), QStringLiteral("[::1]")};
-    /// Where browsers reach the service; empty when that is where it listens.
-    QUrl publicUrl;
-    /// Seconds for which an access token is good.
-    qint64 accessSeconds = 600;
-};
 
 /// The texts of the request bodies; nothing when a body is not what it must be.
 struct RedeemBody {
@@ -62,10 +50,10 @@ class CorrectionService {
     HttpAnswer readiness(const HttpRequest& request);
     HttpAnswer metrics(const HttpRequest& request);
     HttpAnswer home(const HttpRequest& request);
-    HttpAnswer loginPage(const HttpRequest& request);
-    HttpAnswer login(const HttpRequest& request);
-    HttpAnswer accountPage(const HttpRequest& request);
-    HttpAnswer reopen(const HttpRequest& request);
+    template<HttpAnswer (AccountSite::*page)(const HttpRequest&)>
+    HttpAnswer site(const HttpRequest& request) {
+        return (site_.*page)(request);
+    }
     HttpAnswer redeem(const HttpRequest& request);
     HttpAnswer token(const HttpRequest& request);
     HttpAnswer accountInfo(const HttpRequest& request);
@@ -73,10 +61,8 @@ class CorrectionService {
 
     qint64 seconds() const { return now_() / 1000; }
     bool hostAllowed(const HttpRequest& request) const;
-    QByteArray formToken(const QByteArray& purpose) const;
-    bool formTokenValid(const QByteArray& purpose, const QString& token) const;
-    bool sameOrigin(const HttpRequest& request) const;
-    QByteArray accessToken(const Account& account) const;
+    /// Empty when the database fails.
+    QByteArray accessToken(const Account& account, const QString& session);
     /// The account of the bearer token; nothing when there is none or it is bad or expired.
     std::optional<Account> authorised(const HttpRequest& request);
     HttpAnswer freeLimitAnswer();
@@ -85,7 +71,8 @@ class CorrectionService {
     Storage& storage_;
     CorrectionEngine& engine_;
     const Now now_;
-    const QByteArray key_;
+    KeyRing keys_;
+    AccountSite site_;
     std::function<QByteArray()> metricsText_;
 };
 

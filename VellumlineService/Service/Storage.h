@@ -1,6 +1,7 @@
 #pragma once
 
 #include "VellumlineService/Service/Database.h"
+#include "VellumlineService/Service/Tokens.h"
 
 #include <QByteArray>
 #include <QString>
@@ -59,13 +60,20 @@ class Storage {
 
     std::optional<QString> setting(const QString& name);
     bool setSetting(const QString& name, const QString& value);
-    /// The key that signs access tokens; made on first use.
-    QByteArray signingKey();
+    /// Every key that was not thrown away yet, newest first.
+    std::optional<QList<SigningKey>> signingKeys();
+    /// Adds a key and throws away those made before `obsolete`.
+    bool addSigningKey(const SigningKey& key, qint64 obsolete);
 
     std::optional<Account> account(qint64 id);
-    /// Reads, changes and writes the local account in one transaction; the account is made on first use.
+    /// The account of a program's sign-in, as long as that was not ended.
+    std::optional<Account> accountOfSession(qint64 id, const QString& session);
+    /// Reads, changes and writes an account in one transaction.
+    bool changeAccount(qint64 id, const std::function<void(Account&)>& change);
+    /// The same for the local account, which is made on first use.
     bool changeLocalAccount(const std::function<void(Account&)>& change);
-    bool reopenAccount(qint64 id);
+    bool setClosed(qint64 id, bool closed);
+    QList<Account> accounts();
     /// The one account of a service for one person; made on first use.
     std::optional<Account> localAccount();
 
@@ -76,11 +84,69 @@ class Storage {
     /// "2026-03", UTC.
     static QString monthOf(qint64 nowMilliseconds);
 
+    /// What somebody signs in with in a browser. Addresses are in the form of `normalEmail`.
+    struct Login {
+        qint64 accountId = 0;
+        QString passwordHash; ///< Empty: none was chosen yet.
+    };
+    /// Trimmed, in lower case; nothing when it cannot be an e-mail address.
+    static std::optional<QString> normalEmail(const QString& text);
+    /// Nothing is a database that failed, an account of 0 an address that nobody has.
+    std::optional<Login> login(const QString& email);
+    std::optional<Login> loginOfAccount(qint64 accountId);
+    bool setPassword(qint64 accountId, const QString& passwordHash);
+
+    enum class Registered { done, taken, badInvitation, storageFailure };
+    struct NewAccount {
+        Registered outcome = Registered::storageFailure;
+        qint64 id = 0;
+    };
+    /// Makes an account with the plan and limits of `fresh`. An invitation, when one is given, is used up.
+    NewAccount registerAccount(const QString& email, const QString& passwordHash, const Account& fresh,
+                               const std::optional<QByteArray>& invitation, qint64 now);
+
+    enum class Purpose { invitation, passwordReset };
+    struct OneTimeCode {
+        qint64 accountId = 0; ///< 0 for an invitation.
+        QString email;        ///< Empty: any.
+    };
+    bool addOneTimeCode(Purpose purpose, const QByteArray& code, const OneTimeCode& what, qint64 expiresAt);
+    /// What a code is for, while it can be used.
+    std::optional<OneTimeCode> oneTimeCode(Purpose purpose, const QByteArray& code, qint64 now);
+    /// Sets the password, uses the code up, and ends every session of the account.
+    bool resetPassword(const QByteArray& code, const QString& passwordHash, qint64 now);
+
+    static constexpr qint64 browserSeconds = qint64{30} * 86400;
+    struct Session {
+        QString id;
+        enum class Kind { program, browser } kind = Kind::program;
+        qint64 createdAt = 0;
+        qint64 lastUsedAt = 0;
+    };
+    struct Visitor {
+        QString session;
+        Account account;
+    };
+    bool addBrowserSession(const QByteArray& token, qint64 accountId, qint64 now);
+    /// Whose browser this is; the session lives 30 days from its last use.
+    std::optional<Visitor> visitor(const QByteArray& token, qint64 now);
+    /// Those that can still be used, last used first.
+    QList<Session> sessions(qint64 accountId, qint64 now);
+    bool endSession(qint64 accountId, const QString& id, qint64 now);
+    /// Ends all but one, or all.
+    bool endSessions(qint64 accountId, const QString& except, qint64 now);
+
+    /// Counts a try and says how many there were in the present window of so many seconds; nothing when the
+    /// database fails.
+    std::optional<qint64> countAttempt(const QByteArray& subject, qint64 window, qint64 now);
+    bool forgetAttempts(const QByteArray& subject, qint64 now);
+
     bool addHandoff(const QByteArray& code, const QString& challenge, qint64 accountId, qint64 now);
     enum class Exchange { done, refused, gone, storageFailure };
     struct Issued {
         Exchange outcome = Exchange::storageFailure;
         Account account;
+        QString session;
         QByteArray refreshToken;
     };
     /// Redeems a code once. The first attempt uses it up whether its challenge fits or not; a second attempt
@@ -92,6 +158,8 @@ class Storage {
 
   private:
     bool saveAccount(const Account& account);
+    bool insertAccount(const Account& account);
+    static Account accountIn(const DatabaseAnswer& answer);
     bool addRefreshToken(const QString& family, const QByteArray& token, qint64 now);
 
     Database database_;

@@ -20,9 +20,10 @@ bool isBase64UrlCharacter(QChar c) {
            c == u'_';
 }
 
-const QByteArray& tokenHeader() {
-    static const QByteArray header = base64Url(R"({"alg":"HS256","typ":"JWT"})");
-    return header;
+constexpr qsizetype longestToken = 4096;
+
+QByteArray tokenHeader(const QString& keyId) {
+    return base64Url(R"({"alg":"HS256","kid":")" + keyId.toLatin1() + R"(","typ":"JWT"})");
 }
 
 } // namespace
@@ -72,28 +73,40 @@ bool isPkceVerifier(const QString& text) {
            });
 }
 
-QByteArray signAccessToken(const AccessClaims& claims, const QByteArray& key) {
+QByteArray signAccessToken(const AccessClaims& claims, const SigningKey& key) {
     QJsonObject payload{
         {QStringLiteral("sub"), QString::number(claims.accountId)},
         {QStringLiteral("iat"), claims.issuedAt},
         {QStringLiteral("exp"), claims.expiresAt},
+        {QStringLiteral("sid"), claims.session},
         // Two tokens of one second differ: a client tells a renewed token from a refused one by it.
         {QStringLiteral("jti"), QString::fromLatin1(randomToken(9))}};
     if (!claims.email.isEmpty()) {
         payload.insert(QStringLiteral("email"), claims.email);
     }
     const QByteArray signedPart =
-        tokenHeader() + '.' + base64Url(QJsonDocument(payload).toJson(QJsonDocument::Compact));
-    return signedPart + '.' + base64Url(hmacSha256(key, signedPart));
+        tokenHeader(key.id) + '.' + base64Url(QJsonDocument(payload).toJson(QJsonDocument::Compact));
+    return signedPart + '.' + base64Url(hmacSha256(key.secret, signedPart));
 }
 
-std::optional<AccessClaims> verifyAccessToken(const QByteArray& token, const QByteArray& key, qint64 now) {
-    const QList<QByteArray> pieces = token.split('.');
-    // Only our own header is accepted, so that no token can choose its algorithm (RFC 8725 section 3.1).
-    if (pieces.size() != 3 || token.size() > 4096 || pieces.at(0) != tokenHeader()) {
+QString accessTokenKeyId(const QByteArray& token) {
+    const qsizetype dot = token.indexOf('.');
+    if (dot < 0 || token.size() > longestToken) {
         return {};
     }
-    const QByteArray expected = base64Url(hmacSha256(key, pieces.at(0) + '.' + pieces.at(1)));
+    const auto decoded = QByteArray::fromBase64Encoding(token.left(dot), base64UrlOptions);
+    const QString id =
+        QJsonDocument::fromJson(decoded.decoded).object().value(QStringLiteral("kid")).toString();
+    return std::all_of(id.cbegin(), id.cend(), isBase64UrlCharacter) && id.size() <= 32 ? id : QString();
+}
+
+std::optional<AccessClaims> verifyAccessToken(const QByteArray& token, const SigningKey& key, qint64 now) {
+    const QList<QByteArray> pieces = token.split('.');
+    // Only our own header is accepted, so that no token can choose its algorithm (RFC 8725 section 3.1).
+    if (pieces.size() != 3 || token.size() > longestToken || pieces.at(0) != tokenHeader(key.id)) {
+        return {};
+    }
+    const QByteArray expected = base64Url(hmacSha256(key.secret, pieces.at(0) + '.' + pieces.at(1)));
     if (!equalInConstantTime(expected, pieces.at(2))) {
         return {};
     }
@@ -104,6 +117,7 @@ std::optional<AccessClaims> verifyAccessToken(const QByteArray& token, const QBy
     claims.accountId = payload.value(QStringLiteral("sub")).toString().toLongLong(&numeric);
     claims.issuedAt = payload.value(QStringLiteral("iat")).toInteger(-1);
     claims.expiresAt = payload.value(QStringLiteral("exp")).toInteger(-1);
+    claims.session = payload.value(QStringLiteral("sid")).toString();
     claims.email = payload.value(QStringLiteral("email")).toString();
     if (!numeric || claims.expiresAt <= now) {
         return {};

@@ -12,6 +12,14 @@ struct AccessClaims {
     QString email; ///< Empty when none is known.
     qint64 issuedAt = 0;
     qint64 expiresAt = 0;
+    QString session; ///< The sign-in that it belongs to.
+};
+
+/// A key that signs, and the name that its tokens bear.
+struct SigningKey {
+    QString id;
+    QByteArray secret;
+    qint64 createdAt = 0;
 };
 
 /// Base64url without padding (RFC 4648 section 5).
@@ -32,8 +40,10 @@ bool isPkceChallenge(const QString& text);
 bool isPkceVerifier(const QString& text);
 
 /// A JWT signed with HS256 (RFC 7519).
-QByteArray signAccessToken(const AccessClaims& claims, const QByteArray& key);
+QByteArray signAccessToken(const AccessClaims& claims, const SigningKey& key);
+/// The key that a token says it was signed with; empty when it says none that could be ours.
+QString accessTokenKeyId(const QByteArray& token);
 /// The claims of a token that this key signed and that is valid at `now`; else nothing.
-std::optional<AccessClaims> verifyAccessToken(const QByteArray& token, const QByteArray& key, qint64 now);
+std::optional<AccessClaims> verifyAccessToken(const QByteArray& token, const SigningKey& key, qint64 now);
 
 } // namespace vellumline

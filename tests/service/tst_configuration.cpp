@@ -37,7 +37,7 @@ class ConfigurationTest : public QObject {
         QCOMPARE(read->listen, QHostAddress(QHostAddress::LocalHost));
         QCOMPARE(read->port, quint16{8642});
         QCOMPARE(read->database.kind, DatabaseAddress::Kind::sqlite);
-        QCOMPARE(read->hosts.size(), 3);
+        QCOMPARE(read->service.hosts.size(), 3);
     }
     void theCommandLineGoesBeforeTheEnvironmentAndThatBeforeTheFile() {
         const QString path =
@@ -53,8 +53,8 @@ class ConfigurationTest : public QObject {
         QCOMPARE(read->port, quint16{3});
         QCOMPARE(read->engineSeconds, 2);
         QCOMPARE(read->connections, 1);
-        QVERIFY(read->hosts.contains(QStringLiteral("a")) &&
-                read->hosts.contains(QStringLiteral("b.example")));
+        QVERIFY(read->service.hosts.contains(QStringLiteral("a")) &&
+                read->service.hosts.contains(QStringLiteral("b.example")));
         const QString shown = read->shown();
         QVERIFY(shown.contains(QStringLiteral("port = 3\t# command line\n")));
         QVERIFY(shown.contains(QStringLiteral("engine-seconds = 2\t# VELLUMLINE_SERVICE_ENGINE_SECONDS\n")));
@@ -182,9 +182,9 @@ class ConfigurationTest : public QObject {
              {QStringLiteral("public-url"), {QStringLiteral("https://Corrections.example.org/")}}},
             {}, problem);
         QVERIFY2(read, qPrintable(problem));
-        QVERIFY(read->hosts.contains(QStringLiteral("corrections.example.org")));
-        QVERIFY(read->hosts.contains(QStringLiteral("localhost")));
-        QCOMPARE(read->publicUrl.toString(), QStringLiteral("https://corrections.example.org"));
+        QVERIFY(read->service.hosts.contains(QStringLiteral("corrections.example.org")));
+        QVERIFY(read->service.hosts.contains(QStringLiteral("localhost")));
+        QCOMPARE(read->service.publicUrl.toString(), QStringLiteral("https://corrections.example.org"));
     }
 
     void everyLogLineIsOneObject() {

@@ -150,7 +150,7 @@ class CorrectionServiceTest : public QObject {
         const HttpAnswer redeemed = redeem(newCode());
         QCOMPARE(field(redeemed, "email"), "ada@example.org");
         const auto claims =
-            verifyAccessToken(field(redeemed, "access_token"), storage_->signingKey(), now_ / 1000);
+            verifyAccessToken(field(redeemed, "access_token"), storage_->signingKeys()->first(), now_ / 1000);
         QVERIFY(claims);
         QCOMPARE(claims->email, QStringLiteral("ada@example.org"));
         QCOMPARE(claims->expiresAt - claims->issuedAt, qint64{600});
@@ -500,10 +500,14 @@ class CorrectionServiceTest : public QObject {
     }
     void thePublishedPkceExampleHolds() { QCOMPARE(pkceChallenge(verifier), challenge); }
     void everyJwtDiffersFromTheOneBefore() {
-        const QByteArray key = "k";
-        QVERIFY(signAccessToken({1, {}, 5, 605}, key) != signAccessToken({1, {}, 5, 605}, key));
-        QVERIFY(!verifyAccessToken(signAccessToken({1, {}, 5, 605}, key), "other", 10));
-        QVERIFY(!verifyAccessToken(signAccessToken({1, {}, 5, 605}, key), key, 605));
+        const SigningKey key{QStringLiteral("a"), "k"};
+        const AccessClaims claims{1, {}, 5, 605, QStringLiteral("s")};
+        QVERIFY(signAccessToken(claims, key) != signAccessToken(claims, key));
+        QCOMPARE(accessTokenKeyId(signAccessToken(claims, key)), QStringLiteral("a"));
+        QVERIFY(verifyAccessToken(signAccessToken(claims, key), key, 10));
+        QVERIFY(!verifyAccessToken(signAccessToken(claims, key), {QStringLiteral("a"), "other"}, 10));
+        QVERIFY(!verifyAccessToken(signAccessToken(claims, key), {QStringLiteral("b"), "k"}, 10));
+        QVERIFY(!verifyAccessToken(signAccessToken(claims, key), key, 605));
     }
 };
 

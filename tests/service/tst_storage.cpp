@@ -98,7 +98,7 @@ class StorageTest : public QObject {
         QCOMPARE(a.monthlyLimit, qint64{5});
         QCOMPARE(a.minuteLimit, qint64{6});
         QVERIFY(a.renewalCanceled && a.pastDue && a.closed);
-        QVERIFY(storage_->reopenAccount(1));
+        QVERIFY(storage_->setClosed(1, false));
         QVERIFY(!storage_->localAccount()->closed);
     }
     void aSettingIsReplaced() {

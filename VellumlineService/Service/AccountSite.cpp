@@ -1,0 +1,584 @@
+#include "VellumlineService/Service/AccountSite.h"
+
+#include "VellumlineService/Service/Pages.h"
+
+namespace vellumline {
+
+namespace {
+
+constexpr const char* sessionCookie = "vellumline_session";
+constexpr const char* visitCookie = "vellumline_visit";
+
+HttpAnswer unreadable() {
+    return pages::message(503, QStringLiteral("Not available"),
+                          QStringLiteral("The service cannot read its data. Try again in a minute."));
+}
+
+HttpAnswer unwritable() {
+    return pages::message(503, QStringLiteral("Not available"),
+                          QStringLiteral("The service cannot write its data. Try again in a minute."));
+}
+
+HttpAnswer startFromTheProgram(const QString& text) {
+    return pages::message(400, QStringLiteral("Start from the program"), text);
+}
+
+/// `path` is always one of the service's own, written here: no form or query can send a browser elsewhere.
+HttpAnswer goTo(const QByteArray& path) {
+    HttpAnswer answer =
+        pages::message(303, QStringLiteral("Done"), QStringLiteral("This page has moved on."));
+    answer.headers.emplace_back("Location", path);
+    return answer;
+}
+
+QString valueOf(const QList<QPair<QString, QString>>& items, const char* name) {
+    return formValue(items, QString::fromLatin1(name)).value_or(QString());
+}
+
+} // namespace
+
+AccountSite::AccountSite(const ServiceSettings& settings, Storage& storage, KeyRing& keys, Seconds now)
+    : settings_(settings), storage_(storage), keys_(keys), now_(std::move(now)),
+      passwords_(settings.accounts == Accounts::local ? Passwords::Cost::least : settings.passwordCost) {}
+
+QByteArray AccountSite::cookieName(const char* name) const {
+    // A browser takes a name with this prefix only over TLS, for exactly this host and every path (RFC
+    // 6265bis section 4.1.3.2).
+    return (settings_.publicUrl.scheme() == QStringLiteral("https") ? QByteArray("__Host-") : QByteArray()) +
+           name;
+}
+
+QByteArray AccountSite::cookie(const HttpRequest& request, const QByteArray& name) const {
+    for (const auto& [header, value] : request.headers) {
+        if (header != "cookie") {
+            continue;
+        }
+        const QList<QByteArray> pieces = value.split(';');
+        for (const QByteArray& piece : pieces) {
+            const QByteArray item = piece.trimmed();
+            if (item.startsWith(name + '=') && item.size() - name.size() - 1 <= 128) {
+                return item.mid(name.size() + 1);
+            }
+        }
+    }
+    return {};
+}
+
+void AccountSite::setCookie(HttpAnswer& answer, const char* name, const QByteArray& value,
+                            qint64 seconds) const {
+    QByteArray text = cookieName(name) + '=' + value +
+                      "; Path=/; HttpOnly; SameSite=Lax; Max-Age=" + QByteArray::number(seconds);
+    if (settings_.publicUrl.scheme() == QStringLiteral("https")) {
+        text += "; Secure";
+    }
+    answer.headers.emplace_back("Set-Cookie", text);
+}
+
+AccountSite::Browser AccountSite::browserOf(const HttpRequest& request) {
+    Browser browser;
+    if (local()) {
+        return browser;
+    }
+    const QByteArray session = cookie(request, cookieName(sessionCookie));
+    if (!session.isEmpty()) {
+        browser.visitor = storage_.visitor(session, now_());
+        browser.session = browser.visitor ? session : QByteArray();
+    }
+    browser.visit = cookie(request, cookieName(visitCookie));
+    if (browser.visit.size() < 22) {
+        browser.visit = randomToken(16);
+    }
+    return browser;
+}
+
+HttpAnswer AccountSite::withVisit(HttpAnswer answer, const HttpRequest& request,
+                                  const Browser& browser) const {
+    if (!browser.visit.isEmpty() && cookie(request, cookieName(visitCookie)) != browser.visit) {
+        setCookie(answer, visitCookie, browser.visit, 3600);
+    }
+    return answer;
+}
+
+std::optional<Account> AccountSite::ownerOf(const Browser& browser) {
+    if (local()) {
+        return storage_.localAccount();
+    }
+    return browser.visitor ? std::optional(browser.visitor->account) : std::nullopt;
+}
+
+QByteArray AccountSite::bound(const QByteArray& purpose, const Browser& browser) const {
+    // The local user has no cookie: whoever reaches the service is that user, and other web pages are kept
+    // out by the origin, the host and a token that they cannot read.
+    const QByteArray browserPart = browser.visitor ? browser.session : browser.visit;
+    return "form\n" + purpose + '\n' + browserPart + '\n';
+}
+
+QByteArray AccountSite::formToken(const QByteArray& purpose, const Browser& browser) {
+    const auto key = keys_.current(now_());
+    if (!key) {
+        return {};
+    }
+    const QByteArray until = QByteArray::number(now_() + 600);
+    return until + '.' + key->id.toLatin1() + '.' +
+           base64Url(hmacSha256(key->secret, bound(purpose, browser) + until));
+}
+
+bool AccountSite::formTokenValid(const QByteArray& purpose, const Browser& browser, const QString& token) {
+    const QList<QByteArray> pieces = token.toLatin1().split('.');
+    if (pieces.size() != 3 || pieces.at(0).toLongLong() <= now_()) {
+        return false;
+    }
+    const auto key = keys_.find(QString::fromLatin1(pieces.at(1)), now_());
+    return key &&
+           equalInConstantTime(base64Url(hmacSha256(key->secret, bound(purpose, browser) + pieces.at(0))),
+                               pieces.at(2));
+}
+
+bool AccountSite::sameOrigin(const HttpRequest& request) const {
+    const QByteArray site = request.header("sec-fetch-site");
+    if (!site.isEmpty() && site != "same-origin" && site != "none") {
+        return false;
+    }
+    if (!request.hasHeader("origin")) {
+        return true; // No browser; the form token still decides.
+    }
+    const QByteArray origin = request.header("origin");
+    const QByteArray host = request.header("host");
+    if (!settings_.publicUrl.isEmpty() &&
+        origin == settings_.publicUrl.toString(QUrl::FullyEncoded).toLatin1()) {
+        return true;
+    }
+    return origin == "http://" + host || origin == "https://" + host;
+}
+
+std::optional<AccountSite::Form> AccountSite::formOf(const HttpRequest& request, const Browser& browser,
+                                                     const QByteArray& purpose, HttpAnswer& refusal) {
+    auto items =
+        request.mediaType() == "application/x-www-form-urlencoded" ? parseForm(request.body) : std::nullopt;
+    if (!items) {
+        refusal =
+            pages::message(400, QStringLiteral("Not a form"),
+                           QStringLiteral("What the browser sent cannot be read. Go back and try again."));
+        return {};
+    }
+    if (!sameOrigin(request)) {
+        refusal =
+            pages::message(403, QStringLiteral("Not from here"),
+                           QStringLiteral("Another web site tried to use this page. Nothing was done."));
+        return {};
+    }
+    if (!formTokenValid(purpose, browser, valueOf(*items, "form_token"))) {
+        refusal = pages::message(403, QStringLiteral("This page is too old"),
+                                 QStringLiteral("Open the page again to get a fresh one, and retry."));
+        return {};
+    }
+    return items;
+}
+
+QByteArray AccountSite::clientOf(const HttpRequest& request) const {
+    if (!settings_.trustedProxies.contains(QString::fromLatin1(request.peer))) {
+        return request.peer;
+    }
+    // Only the last element was written by the proxy itself; what stands before can be invented.
+    QByteArray forwarded;
+    for (const auto& [name, value] : request.headers) {
+        if (name == "x-forwarded-for") {
+            forwarded = value;
+        }
+    }
+    return forwarded.isEmpty() ? request.peer : forwarded.mid(forwarded.lastIndexOf(',') + 1).trimmed();
+}
+
+std::optional<HttpAnswer> AccountSite::tooManyAttempts(const QByteArray& client, const QString& email) {
+    // Counted before the password is looked at, so that simultaneous guesses count too.
+    const auto ofAddress = storage_.countAttempt("address\n" + client, attemptWindow, now_());
+    if (!ofAddress) {
+        return unwritable();
+    }
+    bool tooMany = *ofAddress > attemptsOfAddress;
+    if (!tooMany && !email.isEmpty()) {
+        const auto ofOne =
+            storage_.countAttempt("one\n" + email.toUtf8() + '\n' + client, attemptWindow, now_());
+        tooMany = !ofOne || *ofOne > attemptsOfOne;
+        if (!tooMany) {
+            const auto forAccount =
+                storage_.countAttempt("account\n" + email.toUtf8(), attemptWindow, now_());
+            tooMany = !forAccount || *forAccount > attemptsForAccount;
+        }
+    }
+    if (!tooMany) {
+        return {};
+    }
+    HttpAnswer answer = pages::message(
+        429, QStringLiteral("Too many tries"),
+        QStringLiteral("Wait a quarter of an hour before you try again. If you forgot the password, ask "
+                       "whoever runs this service for a new one."));
+    answer.headers.emplace_back("Retry-After", QByteArray::number(attemptWindow));
+    return answer;
+}
+
+HttpAnswer AccountSite::handOver(const Account& account, const QString& challenge) {
+    const QByteArray code = randomToken(24);
+    if (!storage_.addHandoff(code, challenge, account.id, now_())) {
+        return unwritable();
+    }
+    return pages::signedIn(code);
+}
+
+HttpAnswer AccountSite::signInBrowser(HttpAnswer answer, qint64 accountId) {
+    // A new session for each sign-in: one that somebody else put into this browser is not taken over.
+    const QByteArray token = randomToken(32);
+    if (!storage_.addBrowserSession(token, accountId, now_())) {
+        return unwritable();
+    }
+    setCookie(answer, sessionCookie, token, Storage::browserSeconds);
+    return answer;
+}
+
+HttpAnswer AccountSite::loginForm(const HttpRequest& request, Browser browser, const QString& challenge,
+                                  int status, const QString& problem, const QString& email) {
+    browser.visitor.reset();
+    pages::LoginForm page;
+    page.challenge = challenge;
+    page.formToken = formToken("login\n" + challenge.toLatin1(), browser);
+    page.email = email;
+    page.problem = problem;
+    page.mayRegister = settings_.registration == Registration::open;
+    return withVisit(pages::login(status, page), request, browser);
+}
+
+HttpAnswer AccountSite::loginPage(const HttpRequest& request) {
+    const auto items = parseForm(request.query);
+    const auto given = items ? formValue(*items, QStringLiteral("app_challenge")) : std::nullopt;
+    const bool asked = !items || given || request.query.contains("app_challenge");
+    if ((asked || local()) && (!given || !isPkceChallenge(*given))) {
+        return startFromTheProgram(
+            QStringLiteral("This page is opened by Vellumline when you choose Sign in there. The link "
+                           "that brought you here is incomplete."));
+    }
+    const QString challenge = given.value_or(QString());
+    const Browser browser = browserOf(request);
+    const auto account = ownerOf(browser);
+    if (!account) {
+        return local() ? unreadable() : loginForm(request, browser, challenge, 200, QString(), QString());
+    }
+    if (challenge.isEmpty()) {
+        return goTo("/account/");
+    }
+    pages::Confirmation page;
+    page.challenge = challenge;
+    page.formToken = formToken("login\n" + challenge.toLatin1(), browser);
+    page.logoutToken = local() ? QByteArray() : formToken("account", browser);
+    page.account = *account;
+    page.isLocal = local();
+    return pages::confirmSignIn(page);
+}
+
+HttpAnswer AccountSite::login(const HttpRequest& request) {
+    const auto items =
+        request.mediaType() == "application/x-www-form-urlencoded" ? parseForm(request.body) : std::nullopt;
+    const QString challenge = items ? valueOf(*items, "app_challenge") : QString();
+    const bool forProgram = local() || !challenge.isEmpty();
+    if (!items || valueOf(*items, "form_token").isEmpty() || (forProgram && !isPkceChallenge(challenge))) {
+        return startFromTheProgram(
+            QStringLiteral("This sign-in is incomplete. Choose Sign in in Vellumline again."));
+    }
+    Browser browser = browserOf(request);
+    const bool withPassword =
+        !local() && items->contains({QStringLiteral("email"), valueOf(*items, "email")});
+    if (withPassword) {
+        // The form of a signed-out browser, even when somebody signed in in another window meanwhile.
+        browser.visitor.reset();
+    }
+    HttpAnswer refusal;
+    if (!formOf(request, browser, "login\n" + challenge.toLatin1(), refusal)) {
+        return refusal;
+    }
+    if (!withPassword) {
+        const auto account = ownerOf(browser);
+        if (!account) {
+            return local() ? unwritable() : loginForm(request, browser, challenge, 200, QString(), QString());
+        }
+        return handOver(*account, challenge);
+    }
+
+    const QString typed = valueOf(*items, "email");
+    const QString email = Storage::normalEmail(typed).value_or(QString());
+    const QByteArray client = clientOf(request);
+    if (auto answer = tooManyAttempts(client, email)) {
+        return *answer;
+    }
+    const auto found = storage_.login(email);
+    if (!found) {
+        return unreadable();
+    }
+    const QString password = valueOf(*items, "password");
+    const bool right =
+        password.size() <= Passwords::longest && passwords_.matches(password, found->passwordHash);
+    const auto account = right ? storage_.account(found->accountId) : std::nullopt;
+    if (!account) {
+        return loginForm(request, browser, challenge, 401,
+                         QStringLiteral("The e-mail address or the password is not right."), typed);
+    }
+    storage_.forgetAttempts("one\n" + email.toUtf8() + '\n' + client, now_());
+    return signInBrowser(challenge.isEmpty() ? goTo("/account/") : handOver(*account, challenge),
+                         account->id);
+}
+
+HttpAnswer AccountSite::logout(const HttpRequest& request) {
+    const Browser browser = browserOf(request);
+    HttpAnswer refusal;
+    const auto items = formOf(request, browser, "account", refusal);
+    if (!items) {
+        return refusal;
+    }
+    if (browser.visitor) {
+        storage_.endSession(browser.visitor->account.id, browser.visitor->session, now_());
+    }
+    const QString challenge = valueOf(*items, "app_challenge");
+    HttpAnswer answer = goTo(isPkceChallenge(challenge) ? "/login/?app_challenge=" + challenge.toLatin1()
+                                                        : QByteArray("/login/"));
+    setCookie(answer, sessionCookie, QByteArray(), 0);
+    return answer;
+}
+
+HttpAnswer AccountSite::registerForm(const HttpRequest& request, Browser browser, const QString& challenge,
+                                     const QString& invitation, int status, const QString& problem,
+                                     const QString& email) {
+    browser.visitor.reset();
+    pages::RegisterForm page;
+    page.challenge = challenge;
+    page.invitation = invitation;
+    page.email = email;
+    page.problem = problem;
+    if (local() || settings_.registration == Registration::closed) {
+        return pages::message(403, QStringLiteral("No registration"),
+                              QStringLiteral("Whoever runs this service makes its accounts."));
+    }
+    if (settings_.registration == Registration::invitation || !invitation.isEmpty()) {
+        const auto what = storage_.oneTimeCode(Storage::Purpose::invitation, invitation.toUtf8(), now_());
+        if (!what) {
+            return pages::message(
+                403, QStringLiteral("An invitation is needed"),
+                QStringLiteral("Use the link of your invitation. It works once, and not for ever: ask "
+                               "whoever runs this service for a new one."));
+        }
+        page.emailFixed = !what->email.isEmpty();
+        page.email = page.emailFixed ? what->email : email;
+    }
+    page.formToken = formToken("register", browser);
+    return withVisit(pages::registration(status, page), request, browser);
+}
+
+HttpAnswer AccountSite::registerPage(const HttpRequest& request) {
+    const auto items = parseForm(request.query).value_or(Form());
+    const QString challenge = valueOf(items, "app_challenge");
+    return registerForm(request, browserOf(request), isPkceChallenge(challenge) ? challenge : QString(),
+                        valueOf(items, "invitation").left(128), 200, QString(), QString());
+}
+
+HttpAnswer AccountSite::registerAccount(const HttpRequest& request) {
+    Browser browser = browserOf(request);
+    browser.visitor.reset();
+    HttpAnswer refusal;
+    const auto items = formOf(request, browser, "register", refusal);
+    if (!items) {
+        return refusal;
+    }
+    const QString challenge =
+        isPkceChallenge(valueOf(*items, "app_challenge")) ? valueOf(*items, "app_challenge") : QString();
+    const QString invitation = valueOf(*items, "invitation").left(128);
+    const QString typed = valueOf(*items, "email");
+    const auto again = [&](int status, const QString& problem) {
+        return registerForm(request, browser, challenge, invitation, status, problem, typed);
+    };
+    if (local() || settings_.registration == Registration::closed ||
+        (settings_.registration == Registration::invitation && invitation.isEmpty())) {
+        return again(403, QString());
+    }
+    if (auto answer = tooManyAttempts(clientOf(request), QString())) {
+        return *answer;
+    }
+    const auto email = Storage::normalEmail(typed);
+    if (!email) {
+        return again(400, QStringLiteral("This is not an e-mail address."));
+    }
+    const QString password = valueOf(*items, "password");
+    const QString unfit = Passwords::problemWith(password, *email);
+    if (!unfit.isEmpty()) {
+        return again(400, unfit);
+    }
+    const QString hash = passwords_.hash(password);
+    if (hash.isEmpty()) {
+        return unwritable();
+    }
+    const auto made = storage_.registerAccount(
+        *email, hash, settings_.newAccount,
+        invitation.isEmpty() ? std::nullopt : std::optional(invitation.toUtf8()), now_());
+    switch (made.outcome) {
+    case Storage::Registered::done:
+        return signInBrowser(goTo(challenge.isEmpty() ? QByteArray("/account/")
+                                                      : "/login/?app_challenge=" + challenge.toLatin1()),
+                             made.id);
+    case Storage::Registered::taken:
+        return again(409, QStringLiteral("There is an account with this address already. Sign in instead."));
+    case Storage::Registered::badInvitation:
+        return again(403, QStringLiteral("The invitation is for another address, or was used meanwhile."));
+    case Storage::Registered::storageFailure:
+        break;
+    }
+    return unwritable();
+}
+
+HttpAnswer AccountSite::resetPage(const HttpRequest& request) {
+    const QString code = valueOf(parseForm(request.query).value_or(Form()), "code").left(128);
+    Browser browser = browserOf(request);
+    browser.visitor.reset();
+    if (local() || !storage_.oneTimeCode(Storage::Purpose::passwordReset, code.toUtf8(), now_())) {
+        return pages::message(
+            403, QStringLiteral("This link has ended"),
+            QStringLiteral("It works once, and for a day. Ask whoever runs this service for a new "
+                           "one."));
+    }
+    return withVisit(pages::passwordReset(200, code, formToken("reset", browser), QString()), request,
+                     browser);
+}
+
+HttpAnswer AccountSite::reset(const HttpRequest& request) {
+    Browser browser = browserOf(request);
+    browser.visitor.reset();
+    HttpAnswer refusal;
+    const auto items = formOf(request, browser, "reset", refusal);
+    if (!items) {
+        return refusal;
+    }
+    if (auto answer = tooManyAttempts(clientOf(request), QString())) {
+        return *answer;
+    }
+    const QString code = valueOf(*items, "code").left(128);
+    const auto what = storage_.oneTimeCode(Storage::Purpose::passwordReset, code.toUtf8(), now_());
+    if (local() || !what) {
+        return resetPage(request);
+    }
+    const QString unfit = Passwords::problemWith(valueOf(*items, "password"), what->email);
+    if (!unfit.isEmpty()) {
+        return pages::passwordReset(400, code, formToken("reset", browser), unfit);
+    }
+    const QString hash = passwords_.hash(valueOf(*items, "password"));
+    return !hash.isEmpty() && storage_.resetPassword(code.toUtf8(), hash, now_()) ? goTo("/login/")
+                                                                                  : unwritable();
+}
+
+HttpAnswer AccountSite::accountAnswer(const HttpRequest& request, const Browser& browser, int status,
+                                      const QString& problem) {
+    const auto account = ownerOf(browser);
+    if (!account) {
+        return local() ? unreadable() : goTo("/login/");
+    }
+    pages::AccountPage page;
+    page.account = *account;
+    page.thisMonth = Storage::monthOf(now_() * 1000);
+    page.plans = {valueOf(parseForm(request.query).value_or(Form()), "plan"),
+                  checkoutUrl(storage_, settings_, QStringLiteral("monthly")),
+                  checkoutUrl(storage_, settings_, QStringLiteral("yearly"))};
+    page.isLocal = local();
+    page.sessions = storage_.sessions(account->id, now_());
+    page.ownSession = browser.visitor ? browser.visitor->session : QString();
+    page.formToken = formToken("account", browser);
+    page.problem = problem;
+    return pages::account(status, page);
+}
+
+HttpAnswer AccountSite::accountPage(const HttpRequest& request) {
+    return accountAnswer(request, browserOf(request), 200, QString());
+}
+
+HttpAnswer AccountSite::planPage(const HttpRequest& request) {
+    const Browser browser = browserOf(request);
+    const auto account = ownerOf(browser);
+    if (!account) {
+        return local() ? unreadable() : goTo("/login/");
+    }
+    return pages::plan(*account,
+                       {valueOf(parseForm(request.query).value_or(Form()), "plan"),
+                        checkoutUrl(storage_, settings_, QStringLiteral("monthly")),
+                        checkoutUrl(storage_, settings_, QStringLiteral("yearly"))},
+                       local());
+}
+
+HttpAnswer AccountSite::reopen(const HttpRequest& request) {
+    const Browser browser = browserOf(request);
+    HttpAnswer refusal;
+    if (!formOf(request, browser, "account", refusal)) {
+        return refusal;
+    }
+    const auto account = ownerOf(browser);
+    return account && storage_.setClosed(account->id, false) ? goTo("/account/") : unwritable();
+}
+
+HttpAnswer AccountSite::close(const HttpRequest& request) {
+    const Browser browser = browserOf(request);
+    HttpAnswer refusal;
+    if (!formOf(request, browser, "account", refusal)) {
+        return refusal;
+    }
+    const auto account = ownerOf(browser);
+    return account && storage_.setClosed(account->id, true) ? goTo("/account/") : unwritable();
+}
+
+HttpAnswer AccountSite::endSession(const HttpRequest& request) {
+    const Browser browser = browserOf(request);
+    HttpAnswer refusal;
+    const auto items = formOf(request, browser, "account", refusal);
+    if (!items) {
+        return refusal;
+    }
+    const auto account = ownerOf(browser);
+    if (!account) {
+        return goTo("/login/");
+    }
+    const QString id = valueOf(*items, "session");
+    const bool done =
+        id.isEmpty() ? storage_.endSessions(account->id,
+                                            browser.visitor ? browser.visitor->session : QString(), now_())
+                     : storage_.endSession(account->id, id, now_());
+    return done ? goTo("/account/") : unwritable();
+}
+
+HttpAnswer AccountSite::changePassword(const HttpRequest& request) {
+    const Browser browser = browserOf(request);
+    HttpAnswer refusal;
+    const auto items = formOf(request, browser, "account", refusal);
+    if (!items) {
+        return refusal;
+    }
+    if (!browser.visitor) {
+        return goTo("/login/");
+    }
+    const Account& account = browser.visitor->account;
+    const QByteArray client = clientOf(request);
+    if (auto answer = tooManyAttempts(client, account.email)) {
+        return *answer;
+    }
+    const auto present = storage_.loginOfAccount(account.id);
+    if (!present) {
+        return unreadable();
+    }
+    const QString old = valueOf(*items, "old_password");
+    if (old.size() > Passwords::longest || !passwords_.matches(old, present->passwordHash)) {
+        return accountAnswer(request, browser, 401, QStringLiteral("The present password is not right."));
+    }
+    const QString unfit = Passwords::problemWith(valueOf(*items, "password"), account.email);
+    if (!unfit.isEmpty()) {
+        return accountAnswer(request, browser, 400, unfit);
+    }
+    const QString hash = passwords_.hash(valueOf(*items, "password"));
+    if (hash.isEmpty() || !storage_.setPassword(account.id, hash) ||
+        !storage_.endSessions(account.id, browser.visitor->session, now_())) {
+        return unwritable();
+    }
+    storage_.forgetAttempts("one\n" + account.email.toUtf8() + '\n' + client, now_());
+    return goTo("/account/");
+}
+
+} // namespace vellumline
