@@ -65,14 +65,25 @@ def keys_down():
             if "key[" in line and line.endswith("=down")]
 
 
-def guardians():
-    return (run("pgrep", "-x", "vellumline-guar") or b"").decode().split()
+def guardian_of(program):
+    """Its process; other tests that run beside this one have theirs."""
+    return (run("pgrep", "-x", "-P", str(program.pid), "vellumline-guar") or b"").decode().split()
+
+
+def is_running(process):
+    # A zombie that nobody has collected has ended all the same.
+    try:
+        with open(f"/proc/{process}/stat", encoding="utf-8") as file:
+            return file.read().rpartition(")")[2].split()[0] != "Z"
+    except OSError:
+        return False
 
 
 def kill_after(moment, build, programs, text, window):
     """One correction, killed that many milliseconds after its key press; whether the text was corrected."""
     program = programs.start("vellumline", os.path.join(build, "Vellumline", "vellumline"), "--no-local-service")
     wait_for("the program", 15, is_on_bus, 0.05)
+    guardian = wait_for("its guardian", 5, lambda: guardian_of(program), 0.05)[0]
     node = editable_text_of(text.pid)
     activate(window)
     press("ctrl+a")
@@ -115,7 +126,7 @@ def kill_after(moment, build, programs, text, window):
     programs.end(owner)
     subprocess.run(["xclip", "-selection", "clipboard"], input=b"something new", check=True, timeout=10)
     wait_for("the new clipboard", 5, lambda: run("xclip", "-selection", "clipboard", "-o") == b"something new")
-    wait_for("the guardian to be gone", 5, lambda: not guardians(), 0.1)
+    wait_for("the guardian to be gone", 5, lambda: not is_running(guardian), 0.1)
     return corrected
 
 
