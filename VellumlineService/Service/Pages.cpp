@@ -1,5 +1,7 @@
 #include "VellumlineService/Service/Pages.h"
 
+#include "VellumlineService/Service/Passwords.h"
+
 #include <QCryptographicHash>
 #include <QDateTime>
 #include <QTimeZone>
@@ -122,15 +124,18 @@ QString challengeField(const QString& challenge) {
 enum class PasswordKind { present, chosen };
 
 QString passwordField(const QString& name, const QString& label, PasswordKind kind) {
-    const bool chosen = kind == PasswordKind::chosen;
-    return QStringLiteral(
-               "<label for=\"%1\">%2</label><input id=\"%1\" name=\"%1\" type=\"password\" required "
-               "maxlength=\"256\" autocomplete=\"%3\"%4>")
-        .arg(name, label, chosen ? QStringLiteral("new-password") : QStringLiteral("current-password"),
-             chosen ? QStringLiteral(" minlength=\"10\" aria-describedby=\"%1-hint\"><p class=\"hint\" "
-                                     "id=\"%1-hint\">At least 10 characters. A few words are good.</p")
-                          .arg(name)
-                    : QString());
+    const QString field =
+        QStringLiteral("<label for=\"%1\">%2</label><input id=\"%1\" name=\"%1\" type=\"password\" required "
+                       "maxlength=\"256\" %3>")
+            .arg(name, label);
+    if (kind == PasswordKind::present) {
+        return field.arg(QStringLiteral("autocomplete=\"current-password\""));
+    }
+    return field.arg(
+               QStringLiteral("minlength=\"%1\" autocomplete=\"new-password\" aria-describedby=\"hint\"")
+                   .arg(Passwords::shortest)) +
+           QStringLiteral("<p class=\"hint\" id=\"hint\">At least %1 characters. A few words are good.</p>")
+               .arg(Passwords::shortest);
 }
 
 enum class EmailKind { typed, fixed };
@@ -334,9 +339,11 @@ HttpAnswer account(int status, const AccountPage& page) {
     } else if (page.isLocal) {
         text += QStringLiteral("<p>This account belongs to the correction service on this machine.</p>");
     }
-    text += QStringLiteral("<dl>") +
-            (account.email.isEmpty() ? QString() : row(QStringLiteral("E-mail"), account.email)) +
-            usageRows(account, page.thisMonth) +
+    // Beside a name an address breaks within a word on a narrow screen.
+    if (!account.email.isEmpty()) {
+        text += QStringLiteral("<p class=\"strong\">%1</p>").arg(account.email.toHtmlEscaped());
+    }
+    text += QStringLiteral("<dl>") + usageRows(account, page.thisMonth) +
             QStringLiteral("</dl><p class=\"links\"><a href=\"/plan/\">Plans</a></p>") + sessionList(page);
     if (!page.isLocal) {
         text +=
