@@ -47,6 +47,14 @@ class ServiceProcessTest : public QObject {
         process.waitForFinished();
         return process.exitCode();
     }
+    QByteArray account(const QStringList& options, int expected = 0) {
+        QProcess process;
+        process.start(program_, QStringList{QStringLiteral("account")} + options +
+                                    QStringList{QStringLiteral("--database"), database()});
+        process.waitForFinished();
+        [&] { QCOMPARE(process.exitCode(), expected); }();
+        return process.readAllStandardOutput() + process.readAllStandardError();
+    }
     void send(QTcpSocket& socket, const QByteArray& method, const QByteArray& target,
               const QByteArray& headers, const QByteArray& body) {
         socket.connectToHost(QHostAddress::LocalHost, port_);
@@ -332,6 +340,37 @@ class ServiceProcessTest : public QObject {
         QCOMPARE(second.exitCode(), 0);
         QCOMPARE(answers.value(200), 30);
         QCOMPARE(answers.value(402), 170);
+    }
+    void anAdministratorMakesAccountsAndGivesOutLinks() {
+        const QString create = QStringLiteral("create");
+        const QString email = QStringLiteral("--email");
+        const QString who = QStringLiteral("--account");
+        const QString ada = QStringLiteral("ada@example.org");
+        const QByteArray made =
+            account({create, email, ada, QStringLiteral("--plan"), QStringLiteral("yearly"),
+                     QStringLiteral("--monthly-limit"), QStringLiteral("500")});
+        QVERIFY2(made.startsWith("http://127.0.0.1:8642/reset/?code="), made.constData());
+        QVERIFY(account({create, email, ada}, 2).contains("already"));
+        QVERIFY(account({create, email, QStringLiteral("nobody")}, 2).contains("e-mail address"));
+        const QByteArray shown = account({QStringLiteral("show"), who, QStringLiteral("ADA@example.org")});
+        QVERIFY2(shown.contains("plan yearly\n") && shown.contains("monthly-limit 500\n"), shown.constData());
+        account({QStringLiteral("set"), who, ada, QStringLiteral("--plan"), QStringLiteral("free"),
+                 QStringLiteral("--closed")});
+        const QByteArray list = account({QStringLiteral("list")});
+        QVERIFY2(list.contains("ada@example.org\tfree\t0 used\tclosed\n"), list.constData());
+        QVERIFY(account({QStringLiteral("show"), who, QStringLiteral("99999")}, 2).contains("no account"));
+        QVERIFY(account({QStringLiteral("reset-password")}, 2).contains("no password"));
+        account({QStringLiteral("end-sessions"), who, ada});
+        const QByteArray invitation =
+            account({QStringLiteral("invite"), email, QStringLiteral("Bob@example.org")});
+
+        start({QStringLiteral("--accounts"), QStringLiteral("password")});
+        const auto pathOf = [](const QByteArray& link) {
+            return link.trimmed().mid(int(qstrlen("http://127.0.0.1:8642")));
+        };
+        QVERIFY(exchange("GET", pathOf(made)).contains("Choose a new password"));
+        QVERIFY(exchange("GET", pathOf(invitation)).contains("value=\"bob@example.org\" readonly"));
+        QVERIFY(exchange("GET", "/account/").contains("Location: /login/"));
     }
     void theConfigurationIsCheckedWithoutServing() {
         QProcess process;
