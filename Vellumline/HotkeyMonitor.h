@@ -32,6 +32,7 @@ class HotkeyMonitor {
     /// Makes `binding` the one active shortcut; true on success. The old one is given up before the new one
     /// is tried.
     bool registerBinding(const HotkeyBinding& binding);
+    bool isRegistered() const { return hotKey_.has_value(); }
 
   private:
     Hotkeys& hotkeys_;

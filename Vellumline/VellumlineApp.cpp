@@ -4,6 +4,7 @@
 #include "Vellumline/AccountClient.h"
 #include "Vellumline/AppDelegate.h"
 #include "Vellumline/AppModel.h"
+#include "Vellumline/AppStatus.h"
 #include "Vellumline/AuthClient.h"
 #include "Vellumline/AuthConfig.h"
 #include "Vellumline/HotkeyMonitor.h"
@@ -54,6 +55,7 @@ using namespace std::chrono_literals;
 constexpr std::chrono::milliseconds longestFinish =
     5s; // a correction that runs, and the secret store's last write
 constexpr std::chrono::milliseconds finishPoll = 20ms;
+constexpr std::chrono::milliseconds longestForeignPress = 1s;
 
 QString legacySessionFile() {
     return QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation) +
@@ -83,6 +85,8 @@ struct VellumlineApp::Parts {
 
     QCoro::Task<void> start(VellumlineApp* app);
     QCoro::Task<void> finish();
+    QCoro::Task<void> rewriteOnCommand();
+    void carryOut(Command command, VellumlineApp* app);
     bool build();
     AppDelegate::Steps steps(VellumlineApp* app);
 
@@ -184,9 +188,11 @@ AppDelegate::Steps VellumlineApp::Parts::steps(VellumlineApp* app) {
             appearance.start();
         }
     };
-    steps.receiveLinks = [this](const std::function<void(QString)>& receive) {
+    steps.receiveLinks = [this, app](const std::function<void(QString)>& receive) {
         QObject::connect(&instance, &DBusApplication::linkOpened, &instance, receive);
         QObject::connect(&instance, &DBusApplication::activated, &instance, [this] { statusMenu->show(); });
+        QObject::connect(&instance, &DBusApplication::commandGiven, &instance,
+                         [this, app](Command command) { carryOut(command, app); });
     };
     steps.makeModel = [this]() -> AppModel& {
         model = std::make_unique<AppModel>(
@@ -241,17 +247,24 @@ QCoro::Task<void> VellumlineApp::Parts::start(VellumlineApp* app) {
             co_return;
         }
         const QStringList links = options.links;
-        const bool taken = co_await instance.handOver(links);
+        bool taken = false;
+        if (options.command) {
+            const Command command = *options.command;
+            const DBusApplication::Answer answer = co_await instance.request(command);
+            taken = answer == DBusApplication::Answer::given;
+        } else {
+            taken = co_await instance.handOver(links);
+        }
         if (!taken)
             std::fputs("vellumline: the running instance does not answer\n", stderr);
-        QCoreApplication::exit(taken ? 0 : 1);
+        QCoreApplication::exit(taken ? exitStatus::done : exitStatus::failed);
         co_return;
     }
     if (!build()) {
         std::fputs(
             "vellumline: no X11 display with the XFIXES extension; Wayland alone is not supported yet\n",
             stderr);
-        QCoreApplication::exit(exitNoDisplay);
+        QCoreApplication::exit(exitStatus::unavailable);
         co_return;
     }
     // Without the X server there is neither a shortcut nor a selection: end as the rest of the session does.
@@ -264,7 +277,48 @@ QCoro::Task<void> VellumlineApp::Parts::start(VellumlineApp* app) {
     delegate->applicationDidFinishLaunching();
     for (const QString& link : std::as_const(options.links))
         delegate->handleGetURLEvent(link);
+    instance.status = [this] {
+        return describe(*model, *hotkeyMonitor, QCoreApplication::applicationVersion());
+    };
+    if (options.command)
+        carryOut(*options.command, app);
     instance.deliver();
+}
+
+void VellumlineApp::Parts::carryOut(Command command, VellumlineApp* app) {
+    switch (command) {
+    case Command::rewrite:
+        rewriteOnCommand();
+        break;
+    case Command::openMenu:
+        statusMenu->show();
+        break;
+    case Command::settings:
+        statusMenu->show();
+        statusMenu->content()->showPage(MenuContent::Page::settings);
+        break;
+    case Command::signIn:
+        delegate->handleGetURLEvent(QStringLiteral("vellumline://sign-in"));
+        break;
+    case Command::signOut:
+        model->signOut();
+        break;
+    case Command::quit:
+        app->quit();
+        break;
+    case Command::status:
+    case Command::doctor:
+        break;
+    }
+}
+
+QCoro::Task<void> VellumlineApp::Parts::rewriteOnCommand() {
+    // Where the desktop bound the command to a key, its grab lasts until the user lets that key go. Keys
+    // would go to it and not to the text, and a grab is what a password field is known by.
+    const auto deadline = clock.monotonic() + longestForeignPress;
+    while (secureInput->isSecureEventInputEnabled() && clock.monotonic() < deadline)
+        co_await clock.sleepFor(finishPoll);
+    model->rewrite();
 }
 
 QCoro::Task<void> VellumlineApp::Parts::finish() {

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "Vellumline/Command.h"
+
 #include <QObject>
 #include <QStringList>
 #include <memory>
@@ -13,11 +15,10 @@ class VellumlineApp : public QObject {
   public:
     struct Options {
         QStringList links; ///< links of the program's scheme given on the command line, as they arrived
-        bool startedByBus = false;     ///< what the program was started for follows on the session bus
-        bool startLocalService = true; ///< when the origin is a loopback address
+        std::optional<Command> command; ///< done once the program runs, or by the instance that runs already
+        bool startedByBus = false;      ///< what the program was started for follows on the session bus
+        bool startLocalService = true;  ///< when the origin is a loopback address
     };
-
-    static constexpr int exitNoDisplay = 69; ///< EX_UNAVAILABLE of sysexits.h
 
     explicit VellumlineApp(Options options, QObject* parent = nullptr);
     ~VellumlineApp() override;

@@ -1,7 +1,11 @@
+#include "Vellumline/AppStatus.h"
+#include "Vellumline/Platform/Linux/DBusApplication.h"
 #include "Vellumline/VellumlineApp.h"
 
 #include <QApplication>
 #include <QCommandLineParser>
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <QSocketNotifier>
 #include <csignal>
 #include <cstdint>
@@ -39,6 +43,66 @@ bool hasDisplay() {
     return works;
 }
 
+using vellumline::Command;
+using vellumline::DBusApplication;
+using vellumline::Request;
+namespace exitStatus = vellumline::exitStatus;
+
+enum class Form { text, json };
+
+int complain(const QString& line, int status) {
+    std::fprintf(stderr, "vellumline: %s\n", line.toLocal8Bit().constData());
+    return status;
+}
+
+QCoro::Task<void> ask(DBusApplication& instance, Command command, Form form, std::optional<int>& result) {
+    DBusApplication::Status status;
+    if (command == Command::status)
+        status = co_await instance.askForStatus();
+    else
+        status.answer = co_await instance.request(command);
+    switch (status.answer) {
+    case DBusApplication::Answer::given:
+        result = exitStatus::done;
+        break;
+    case DBusApplication::Answer::noAnswer:
+        result = complain(QStringLiteral("the running program does not answer"), exitStatus::failed);
+        break;
+    case DBusApplication::Answer::nobody:
+        if (!vellumline::startsProgram(command))
+            result = complain(QStringLiteral("it is not running in this session"), exitStatus::unavailable);
+        break;
+    }
+    if (result == exitStatus::done && command == Command::status) {
+        const QByteArray text = form == Form::json
+                                    ? QJsonDocument(QJsonObject::fromVariantMap(status.facts)).toJson()
+                                    : vellumline::textOf(status.facts).toLocal8Bit();
+        std::fputs(text.constData(), stdout);
+    }
+    if (result == exitStatus::done && command == Command::quit) {
+        const bool ended = co_await instance.waitForEnd();
+        if (!ended)
+            result = complain(QStringLiteral("the running program does not end"), exitStatus::failed);
+    }
+    QCoreApplication::exit();
+}
+
+/// Hands a command to the running program; no display is needed for that. Nothing when none runs and this
+/// process shall become it.
+std::optional<int> handToRunningProgram(Command command, Form form) {
+    std::optional<int> result;
+    // A connection of its own: the application object of this function ends before that of the program.
+    const QString name = QStringLiteral("command");
+    {
+        DBusApplication instance(QDBusConnection::connectToBus(QDBusConnection::SessionBus, name));
+        QMetaObject::invokeMethod(
+            &instance, [&] { ask(instance, command, form, result); }, Qt::QueuedConnection);
+        QCoreApplication::exec();
+    }
+    QDBusConnection::disconnectFromBus(name);
+    return result;
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
@@ -46,10 +110,22 @@ int main(int argc, char** argv) {
     QCoreApplication::setApplicationVersion(QStringLiteral(VELLUMLINE_VERSION));
 
     QCommandLineParser parser;
-    parser.setApplicationDescription(
-        QStringLiteral("Corrects the grammar and spelling of the selected text in place."));
-    parser.addHelpOption();
-    parser.addVersionOption();
+    parser.setApplicationDescription(QStringLiteral(
+        "Corrects the grammar and spelling of the selected text in place.\n\n"
+        "Commands, for the program that runs in this session:\n"
+        "  rewrite      correct the selected text, as the shortcut does\n"
+        "  open-menu    open the menu\n"
+        "  settings     open the settings\n"
+        "  sign-in      open the sign-in page in the browser\n"
+        "  sign-out     forget the session\n"
+        "  status       say who is signed in, the plan, the shortcut, the last status\n"
+        "  quit         end it, and wait until it has ended\n"
+        "The first four start the program when it does not run yet.\n\n"
+        "Exit status: 0 done, 1 no answer, 64 wrong arguments, 69 not running or no display."));
+    const QCommandLineOption help = parser.addHelpOption();
+    const QCommandLineOption version = parser.addVersionOption();
+    const QCommandLineOption json(QStringLiteral("json"), QStringLiteral("With status: answer in JSON."));
+    parser.addOption(json);
     const QCommandLineOption noLocalService(
         QStringLiteral("no-local-service"),
         QStringLiteral("Do not start the correction service on this machine when it is not running."));
@@ -58,20 +134,37 @@ int main(int argc, char** argv) {
         QStringLiteral("bus-activated"),
         QStringLiteral("The session bus started the program and delivers the request for it."));
     parser.addOption(startedByBus);
-    parser.addPositionalArgument(QStringLiteral("link"),
-                                 QStringLiteral("A vellumline:// link from the browser."),
-                                 QStringLiteral("[link]"));
+    parser.addPositionalArgument(QStringLiteral("command"),
+                                 QStringLiteral("A command, or a vellumline:// link from the browser."),
+                                 QStringLiteral("[command]"));
+    Request request;
     {
-        // --help and --version work without a display.
+        // --help, --version and the commands work without a display.
         const QCoreApplication commandLine(argc, argv);
-        parser.process(commandLine);
+        if (!parser.parse(QCoreApplication::arguments()))
+            return complain(parser.errorText(), exitStatus::usage);
+        if (parser.isSet(help))
+            parser.showHelp();
+        if (parser.isSet(version))
+            parser.showVersion();
+        request = Request::of(parser.positionalArguments());
+        if (request.wrong)
+            return complain(*request.wrong, exitStatus::usage);
+        if (parser.isSet(json) && request.command != Command::status)
+            return complain(QStringLiteral("--json belongs to status"), exitStatus::usage);
+        if (request.command) {
+            const auto result =
+                handToRunningProgram(*request.command, parser.isSet(json) ? Form::json : Form::text);
+            if (result)
+                return *result;
+        }
     }
     // The clipboard, the keys and the shortcut are the X server's; under a Wayland session with Xwayland too.
     if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
         qputenv("QT_QPA_PLATFORM", "xcb");
     if (qgetenv("QT_QPA_PLATFORM") == "xcb" && !hasDisplay()) {
         std::fputs("vellumline: there is no X11 display here; Wayland alone is not supported yet\n", stderr);
-        return vellumline::VellumlineApp::exitNoDisplay;
+        return exitStatus::unavailable;
     }
 
     watchSignals();
@@ -81,7 +174,7 @@ int main(int argc, char** argv) {
     QApplication::setQuitOnLastWindowClosed(false);
 
     vellumline::VellumlineApp app(
-        {parser.positionalArguments(), parser.isSet(startedByBus), !parser.isSet(noLocalService)});
+        {request.links, request.command, parser.isSet(startedByBus), !parser.isSet(noLocalService)});
     QSocketNotifier signalNotifier(signalDescriptor, QSocketNotifier::Read);
     QObject::connect(&signalNotifier, &QSocketNotifier::activated, &app, [&app] {
         std::uint64_t count = 0;

@@ -23,7 +23,7 @@ packages[demo]="
     mousepad featherpad chromium chromium-driver"
 # The applications, tray hosts and clipboard managers that the desktop tests run against, and the service's other database.
 packages[test]="
-    libqt6sql6-psql postgresql xinput x11-apps xfwm4 openssl tint2 trayer xfce4-panel lxqt-panel python3-pil python3-xdg faketime
+    libqt6sql6-psql postgresql xinput x11-apps xfwm4 openssl tint2 trayer xfce4-panel lxqt-panel python3-pil python3-xdg faketime xbindkeys
     kate gedit gnome-text-editor libreoffice-writer libreoffice-gtk3 firefox-esr xterm xfce4-terminal plasma-workspace"
 # What builds the language model anew; nothing else needs it.
 packages[train]="scowl xz-utils"

@@ -14,7 +14,8 @@ struct Instance {
         : connectionName(QString::fromLatin1(name)),
           application(QDBusConnection::connectToBus(QDBusConnection::SessionBus, connectionName)),
           activations(&application, &DBusApplication::activated),
-          links(&application, &DBusApplication::linkOpened) {}
+          links(&application, &DBusApplication::linkOpened),
+          commands(&application, &DBusApplication::commandGiven) {}
     ~Instance() { QDBusConnection::disconnectFromBus(connectionName); }
 
     DBusApplication::Claim claim() { return QCoro::waitFor(application.claim()); }
@@ -23,6 +24,7 @@ struct Instance {
     DBusApplication application;
     QSignalSpy activations;
     QSignalSpy links;
+    QSignalSpy commands;
 };
 
 } // namespace
@@ -102,6 +104,45 @@ class SingleInstanceTest : public QObject {
     void withNobodyThereNothingIsHandedOver() {
         Instance lonely("lonely");
         QVERIFY(!QCoro::waitFor(lonely.application.handOver({})));
+        QCOMPARE(QCoro::waitFor(lonely.application.request(Command::rewrite)),
+                 DBusApplication::Answer::nobody);
+        QCOMPARE(QCoro::waitFor(lonely.application.askForStatus()).answer, DBusApplication::Answer::nobody);
+        QVERIFY(QCoro::waitFor(lonely.application.waitForEnd()));
+    }
+
+    void aCommandReachesTheFirstInItsTurn() {
+        Instance first("first");
+        Instance second("second");
+        QCOMPARE(first.claim(), DBusApplication::Claim::first);
+        QCOMPARE(QCoro::waitFor(second.application.request(Command::openMenu)),
+                 DBusApplication::Answer::given);
+        QCOMPARE(first.commands.count(), 0);
+        first.application.deliver();
+        QCOMPARE(first.commands.count(), 1);
+        QCOMPARE(first.commands.first().first().value<Command>(), Command::openMenu);
+    }
+
+    void whatIsNoActionIsRefused() {
+        Instance first("first");
+        Instance second("second");
+        QCOMPARE(first.claim(), DBusApplication::Claim::first);
+        first.application.deliver();
+        QCOMPARE(QCoro::waitFor(second.application.request(Command::status)),
+                 DBusApplication::Answer::noAnswer);
+        QCOMPARE(first.commands.count(), 0);
+    }
+
+    void theStatusIsWhatTheFirstSays() {
+        Instance first("first");
+        Instance second("second");
+        QCOMPARE(first.claim(), DBusApplication::Claim::first);
+        first.application.status = [] {
+            return QVariantMap{{QStringLiteral("busy"), true}, {QStringLiteral("rewritesUsed"), qint64{7}}};
+        };
+        const DBusApplication::Status status = QCoro::waitFor(second.application.askForStatus());
+        QCOMPARE(status.answer, DBusApplication::Answer::given);
+        QCOMPARE(status.facts.value(QStringLiteral("busy")).toBool(), true);
+        QCOMPARE(status.facts.value(QStringLiteral("rewritesUsed")).toInt(), 7);
     }
 };
 

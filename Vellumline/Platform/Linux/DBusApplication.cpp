@@ -1,6 +1,8 @@
 #include "Vellumline/Platform/Linux/DBusApplication.h"
 
 #include <QCoroDBusPendingCall>
+#include <QCoroTimer>
+#include <QDBusArgument>
 #include <QDBusMessage>
 #include <QDBusPendingReply>
 #include <utility>
@@ -11,16 +13,29 @@ namespace {
 
 constexpr int claimTimeoutMs = 2000;
 constexpr int handOverTimeoutMs = 5000;
+constexpr std::chrono::milliseconds endPoll{50};
+constexpr int endPolls = 200;
 // org.freedesktop.DBus.RequestName (D-Bus Specification, "Message Bus Messages")
 constexpr uint doNotQueue = 4;
 constexpr uint primaryOwner = 1;
 constexpr uint alreadyOwner = 4;
+
+DBusApplication::Answer answerOf(const QDBusMessage& message) {
+    if (message.type() == QDBusMessage::ReplyMessage)
+        return DBusApplication::Answer::given;
+    const QString error = message.errorName();
+    return error == QStringLiteral("org.freedesktop.DBus.Error.ServiceUnknown") ||
+                   error == QStringLiteral("org.freedesktop.DBus.Error.NameHasNoOwner")
+               ? DBusApplication::Answer::nobody
+               : DBusApplication::Answer::noAnswer;
+}
 
 } // namespace
 
 DBusApplication::DBusApplication(QDBusConnection bus, QObject* parent)
     : QObject(parent), bus_(std::move(bus)) {
     new DBusApplicationAdaptor(this);
+    new DBusControlAdaptor(this);
 }
 
 QCoro::Task<DBusApplication::Claim> DBusApplication::claim() {
@@ -54,42 +69,98 @@ QCoro::Task<bool> DBusApplication::handOver(QStringList links) {
     co_return answer.type() == QDBusMessage::ReplyMessage;
 }
 
+QCoro::Task<DBusApplication::Answer> DBusApplication::request(Command command) {
+    if (!bus_.isConnected())
+        co_return Answer::nobody;
+    QDBusMessage call =
+        QDBusMessage::createMethodCall(serviceName, objectPath, QStringLiteral("org.freedesktop.Application"),
+                                       QStringLiteral("ActivateAction"));
+    call << nameOf(command) << QVariantList() << QVariantMap();
+    call.setAutoStartService(false);
+    const QDBusPendingCall pending = bus_.asyncCall(call, handOverTimeoutMs);
+    const QDBusMessage answer = co_await pending;
+    co_return answerOf(answer);
+}
+
+QCoro::Task<DBusApplication::Status> DBusApplication::askForStatus() {
+    if (!bus_.isConnected())
+        co_return Status{};
+    QDBusMessage call = QDBusMessage::createMethodCall(serviceName, objectPath,
+                                                       QStringLiteral("com.kelthorne.vellumline.Control"),
+                                                       QStringLiteral("Status"));
+    call.setAutoStartService(false);
+    const QDBusPendingCall pending = bus_.asyncCall(call, handOverTimeoutMs);
+    const QDBusMessage answer = co_await pending;
+    Status status{answerOf(answer), {}};
+    if (status.answer == Answer::given && !answer.arguments().isEmpty())
+        status.facts = qdbus_cast<QVariantMap>(answer.arguments().constFirst());
+    co_return status;
+}
+
+QCoro::Task<bool> DBusApplication::waitForEnd() {
+    if (!bus_.isConnected())
+        co_return true;
+    QDBusMessage question = QDBusMessage::createMethodCall(
+        QStringLiteral("org.freedesktop.DBus"), QStringLiteral("/org/freedesktop/DBus"),
+        QStringLiteral("org.freedesktop.DBus"), QStringLiteral("NameHasOwner"));
+    question << serviceName;
+    for (int poll = 0; poll < endPolls; ++poll) {
+        const QDBusPendingCall pending = bus_.asyncCall(question, claimTimeoutMs);
+        const QDBusMessage answer = co_await pending;
+        if (answer.type() == QDBusMessage::ReplyMessage && !answer.arguments().constFirst().toBool())
+            co_return true;
+        co_await QCoro::sleepFor(endPoll);
+    }
+    co_return false;
+}
+
 void DBusApplication::deliver() {
     delivering_ = true;
-    const QList<Request> waiting = std::exchange(waiting_, {});
-    for (const Request& request : waiting)
-        announce(request);
+    const QList<Arrival> waiting = std::exchange(waiting_, {});
+    for (const Arrival& arrival : waiting)
+        arrival();
 }
 
-void DBusApplication::receive(Request request) {
+void DBusApplication::receive(Arrival arrival) {
     if (delivering_)
-        announce(request);
+        arrival();
     else
-        waiting_.append(std::move(request));
+        waiting_.append(std::move(arrival));
 }
 
-void DBusApplication::announce(const Request& request) {
-    if (request)
-        Q_EMIT linkOpened(*request);
-    else
-        Q_EMIT activated();
+void DBusApplication::refuse(const QString& why) {
+    if (calledFromDBus())
+        sendErrorReply(QDBusError::InvalidArgs, why);
 }
 
 DBusApplicationAdaptor::DBusApplicationAdaptor(DBusApplication* application)
     : QDBusAbstractAdaptor(application), application_(application) {}
 
 void DBusApplicationAdaptor::Activate(const QVariantMap& /*platformData*/) {
-    application_->receive(std::nullopt);
+    application_->receive([application = application_] { Q_EMIT application->activated(); });
 }
 
 void DBusApplicationAdaptor::Open(const QStringList& uris, const QVariantMap& /*platformData*/) {
     for (const QString& uri : uris)
-        application_->receive(uri);
+        application_->receive([application = application_, uri] { Q_EMIT application->linkOpened(uri); });
 }
 
-void DBusApplicationAdaptor::ActivateAction(const QString& /*name*/, const QVariantList& /*parameter*/,
+void DBusApplicationAdaptor::ActivateAction(const QString& name, const QVariantList& /*parameter*/,
                                             const QVariantMap& /*platformData*/) {
-    // The desktop entry names no actions; the interface requires the method.
+    const std::optional<Command> command = commandNamed(name);
+    if (!command || !isAction(*command)) {
+        application_->refuse(QStringLiteral("There is no action \"%1\".").arg(name));
+        return;
+    }
+    application_->receive(
+        [application = application_, action = *command] { Q_EMIT application->commandGiven(action); });
+}
+
+DBusControlAdaptor::DBusControlAdaptor(DBusApplication* application)
+    : QDBusAbstractAdaptor(application), application_(application) {}
+
+QVariantMap DBusControlAdaptor::Status() {
+    return application_->status ? application_->status() : QVariantMap();
 }
 
 } // namespace vellumline
