@@ -150,6 +150,12 @@ class ServiceProcessTest : public QObject {
         }
         QVERIFY(!(QFileInfo(folder_.filePath(QStringLiteral("data"))).permissions() &
                   (QFile::ExeGroup | QFile::ExeOther)));
+        stop();
+        // A backup may bring it back as everybody's.
+        QVERIFY(QFile::setPermissions(file, QFile::ReadOwner | QFile::WriteOwner | QFile::ReadGroup |
+                                                QFile::ReadOther));
+        start({});
+        QCOMPARE(QFileInfo(file).permissions() & (QFile::ReadGroup | QFile::ReadOther), QFile::Permissions());
     }
     void theAdministratorProvokesEveryAccountStateWhileItRuns() {
         start({});
