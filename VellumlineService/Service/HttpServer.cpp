@@ -60,6 +60,13 @@ class HttpConnection : public QObject {
     }
 
   private:
+    QByteArray peer() const {
+        // A socket for both protocols calls 192.0.2.1 ::ffff:192.0.2.1, which no setting does.
+        bool isIpv4 = false;
+        const quint32 ipv4 = socket_->peerAddress().toIPv4Address(&isIpv4);
+        return (isIpv4 ? QHostAddress(ipv4) : socket_->peerAddress()).toString().toLatin1();
+    }
+
     void read() {
         if (busy_ || closing_ || unsent_) {
             return;
@@ -96,7 +103,7 @@ class HttpConnection : public QObject {
         claim_ = request.claim;
         answered_ = {request.method, request.path, 0, 0};
         took_.start();
-        request.peer = socket_->peerAddress().toString().toLatin1();
+        request.peer = peer();
         const HttpServer::Lane lane = server_.laneOf_(request);
         HttpServer::Workers& workers = server_.lanes_[static_cast<size_t>(lane)];
         if (workers.limit > 0 && workers.queued >= workers.limit) {
@@ -146,7 +153,8 @@ class HttpConnection : public QObject {
         QByteArray out = "HTTP/1.1 " + QByteArray::number(made.status) + ' ' + httpReason(made.status) +
                          "\r\nContent-Length: " + QByteArray::number(made.body.size()) +
                          "\r\nContent-Type: " + made.contentType +
-                         "\r\nCache-Control: no-store\r\nX-Content-Type-Options: nosniff\r\nConnection: " +
+                         "\r\nCache-Control: no-store\r\nX-Content-Type-Options: nosniff"
+                         "\r\nCross-Origin-Resource-Policy: same-origin\r\nConnection: " +
                          (keep ? "keep-alive" : "close") + "\r\n";
         for (const auto& [name, value] : made.headers) {
             out += name + ": " + value + "\r\n";
