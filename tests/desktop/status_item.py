@@ -260,7 +260,7 @@ def late_host(name, programs, options, output):
     program = programs.start("vellumline", os.path.join(options.build, "Vellumline", "vellumline"), "--no-local-service")
     wait_for("the program", 15, lambda: b"true" in (run(
         "gdbus", "call", "--session", "--dest", "org.freedesktop.DBus", "--object-path", "/org/freedesktop/DBus",
-        "--method", "org.freedesktop.DBus.NameHasOwner", "com.kelthorne.vellumline") or b""), 0.1)
+        "--method", "org.freedesktop.DBus.NameHasOwner", "com.kelthorne.Vellumline") or b""), 0.1)
     time.sleep(0.5)
     for when in ("late", "restarted"):
         host = start_host(name, programs)
@@ -393,7 +393,7 @@ def main():
                  lambda: ImageChops.difference(first, picture(output, "busy").crop(around)).getbbox(), 0.05)
         check(True, "while a correction runs the item shows it, and moves")
         if HOSTS[name][0] not in ("tint2", "trayer"):
-            label = run("gdbus", "call", "--session", "--dest", "com.kelthorne.vellumline", "--object-path",
+            label = run("gdbus", "call", "--session", "--dest", "com.kelthorne.Vellumline", "--object-path",
                         "/StatusNotifierItem", "--method", "org.freedesktop.DBus.Properties.Get",
                         "org.kde.StatusNotifierItem", "Title") or b""
             check("Vellumline, correcting" in label.decode(), "its label says so")
