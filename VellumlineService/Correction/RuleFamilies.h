@@ -35,4 +35,16 @@ void noBeBesideVerb(Line& line, const RuleTools& tools);
 void gerundAfterBe(Line& line, const RuleTools& tools);
 void overRegularForm(Line& line, const RuleTools& tools);
 
+// RulesFrames.cpp
+void fixedPhrase(Line& line, const RuleTools& tools);
+void prepositionOfVerb(Line& line, const RuleTools& tools);
+void prepositionOfAdjective(Line& line, const RuleTools& tools);
+void missingPreposition(Line& line, const RuleTools& tools);
+void tellAndSay(Line& line, const RuleTools& tools);
+void prepositionOfTime(Line& line, const RuleTools& tools);
+void noOfBeforeBareNoun(Line& line, const RuleTools& tools);
+void missingArticle(Line& line, const RuleTools& tools);
+void doubleComparative(Line& line, const RuleTools& tools);
+void pronounCase(Line& line, const RuleTools& tools);
+
 } // namespace vellumline
