@@ -47,4 +47,11 @@ void missingArticle(Line& line, const RuleTools& tools);
 void doubleComparative(Line& line, const RuleTools& tools);
 void pronounCase(Line& line, const RuleTools& tools);
 
+// RulesPunctuation.cpp
+void spaceBeforeSign(Line& line, const RuleTools& tools);
+void introductoryComma(Line& line, const RuleTools& tools);
+void commaBeforeBut(Line& line, const RuleTools& tools);
+void commaAfterIfClause(Line& line, const RuleTools& tools);
+void questionMark(Line& line, const RuleTools& tools);
+
 } // namespace vellumline

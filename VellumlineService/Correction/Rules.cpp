@@ -278,6 +278,7 @@ const std::vector<Rule>& correctionRules() {
         {"confusion", "A word that sounds alike was meant.", confusions},
         {"real-word", "Another word that is spelt alike fits much better here.", applyRealWordConfusions},
         {"modal-slip", "After a modal verb stands the base form, without to and without of.", modalSlips},
+        {"space-before-sign", "No space stands before a comma or a full stop.", spaceBeforeSign},
         {"fixed-phrase", "The phrase goes like this.", fixedPhrase},
         {"have-participle", "After have stands the participle.", participleAfterHave},
         {"be-participle", "After be stands the participle.", participleAfterBe},
@@ -312,6 +313,10 @@ const std::vector<Rule>& correctionRules() {
         {"missing-article", "An article is missing.", missingArticle},
         {"double-comparative", "One sign of comparison is enough.", doubleComparative},
         {"pronoun-case", "The pronoun has another form in this place.", pronounCase},
+        {"introductory-comma", "A comma stands after the introduction.", introductoryComma},
+        {"comma-before-but", "A comma stands before the second clause.", commaBeforeBut},
+        {"comma-after-clause", "A comma stands after the first clause.", commaAfterIfClause},
+        {"question-mark", "A question ends with a question mark.", questionMark},
         {"a-an", "a or an goes by the sound that follows.", articles},
         {"sentence-capital", "A sentence starts with a capital.", sentenceCapital},
     };
