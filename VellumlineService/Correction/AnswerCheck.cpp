@@ -19,8 +19,9 @@ namespace {
 constexpr int similarCost = 1;
 constexpr int lostOrNewCost = 3;
 constexpr int otherWordCost = 6;
-// Articles, auxiliaries and prepositions come and go in ones and twos; a clause does not.
-constexpr int longestLostOrNew = 3;
+// Articles, auxiliaries and prepositions come and go in ones and twos; a clause does not, and a short line
+// has no three words to spare.
+constexpr int longestNew = 3;
 constexpr int longestOther = 7;
 // Of one line. Each pair of words is compared: a thousand take up to a second on a slow machine. The longest
 // text that the service takes has some 700.
@@ -303,6 +304,10 @@ Alignment align(const std::vector<Word>& from, const std::vector<Word>& to) {
     return alignment;
 }
 
+int longestLost(qsizetype words) {
+    return words < 6 ? 1 : words < 12 ? 2 : 3;
+}
+
 bool isOnlySpace(QStringView text) {
     return std::all_of(text.begin(), text.end(), [](QChar c) { return c.isSpace(); });
 }
@@ -317,8 +322,10 @@ bool hasLongGap(const Alignment& alignment) {
     qsizetype line = 0;
     qsizetype lost = 0;
     qsizetype added = 0;
-    const auto tooLong = [&lost, &added] {
-        const bool found = std::abs(lost - added) > longestLostOrNew || std::max(lost, added) > longestOther;
+    const int mayBeLost = longestLost(static_cast<qsizetype>(alignment.kept.size()));
+    const auto tooLong = [&lost, &added, mayBeLost] {
+        const bool found =
+            lost - added > mayBeLost || added - lost > longestNew || std::max(lost, added) > longestOther;
         lost = added = 0;
         return found;
     };

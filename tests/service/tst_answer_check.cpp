@@ -99,6 +99,8 @@ class AnswerCheckTest : public QObject {
             {"i has a dog and he like to run in the park every day with me",
              "I have a dog and he likes to run in the park."},
             {"i has a dog", "I have a dog which is brown and big"},
+            {"facts are learned by experience", "Facts are learned"},
+            {"so it will be good", "So it will"},
         });
     }
     void otherTextsAreRefused() { refuses(AnswerVerdict::otherText); }
