@@ -486,6 +486,18 @@ class ExternalEnginesTest : public QObject {
         QCOMPARE(correct(settings, wrong_).status, Status::unavailable);
         QCOMPARE(other.requests().size(), 0);
     }
+    void aKeptConnectionThatTheServerHasClosedIsReplaced() {
+        const StandInServer server([this](QTcpSocket& socket, const StandInServer::Request&) {
+            const QByteArray body = chatAnswer(right_);
+            socket.write("HTTP/1.1 200 OK\r\nContent-Length: " + QByteArray::number(body.size()) +
+                         "\r\n\r\n" + body);
+        });
+        const auto engine = makeCorrectionEngine(settingsFor(QStringLiteral("openai:") + server.address()));
+        for (int i = 0; i < 3; ++i) {
+            QCOMPARE(engine->correct(wrong_).text, right_);
+        }
+        QCOMPARE(server.requests().size(), 3);
+    }
     void manyThreadsMayAskAtOnce() {
         const StandInServer server([](QTcpSocket& socket, const StandInServer::Request& request) {
             const QJsonArray messages =
