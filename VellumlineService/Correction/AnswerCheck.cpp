@@ -66,7 +66,7 @@ const QRegularExpression& protectedPattern() {
             // numbers
             "|\\d++(?:[.,:/-]\\d++)*+"
             // symbols, currencies, emoji, and what cannot be seen
-            "|[\\p{So}\\p{Sc}%\\p{Cf}\\p{Co}]"),
+            "|[\\p{So}\\p{Sc}\\p{Sm}%\\p{Cf}\\p{Co}]"),
         QRegularExpression::UseUnicodePropertiesOption);
     return pattern;
 }
@@ -440,6 +440,33 @@ bool hasComment(const QString& answer, const std::vector<Word>& words, const Ali
            (last + 1 < words.size() && endKept && hasPunctuation(between(last)));
 }
 
+/// Capitals at the beginnings of words come and go ("i live in new york"); a line that shouts is another one.
+bool shouts(const QString& line, const std::vector<Word>& from, const QString& answer,
+            const std::vector<Word>& to, const Alignment& alignment) {
+    qsizetype changed = 0;
+    for (size_t j = 0; j < to.size(); ++j) {
+        if (alignment.source[j] < 0) {
+            continue;
+        }
+        const Word& word = from[static_cast<size_t>(alignment.source[j])];
+        if (word.core == to[j].core) {
+            const auto capitals = [](QStringView text) {
+                return std::count_if(text.begin() + 1, text.end(), [](QChar c) { return c.isUpper(); });
+            };
+            changed += capitals(QStringView(line).mid(word.start, word.end - word.start)) !=
+                               capitals(QStringView(answer).mid(to[j].start, to[j].end - to[j].start))
+                           ? 1
+                           : 0;
+        }
+    }
+    return changed > std::max<qsizetype>(1, static_cast<qsizetype>(from.size()) / 5);
+}
+
+/// Signs between the words: a correction adds a comma here and there.
+qsizetype punctuationCount(const QString& line) {
+    return std::count_if(line.begin(), line.end(), [](QChar c) { return c.isPunct(); });
+}
+
 CheckedAnswer checkLine(const QString& line, const QString& answer) {
     if (line == answer) {
         return {AnswerVerdict::accepted, answer};
@@ -459,7 +486,9 @@ CheckedAnswer checkLine(const QString& line, const QString& answer) {
     if (hasComment(answer, to, alignment)) {
         return {AnswerVerdict::comment};
     }
-    if (alignment.cost > allowedCost(static_cast<qsizetype>(from.size())) || hasLongGap(alignment)) {
+    if (alignment.cost > allowedCost(static_cast<qsizetype>(from.size())) || hasLongGap(alignment) ||
+        shouts(line, from, answer, to, alignment) ||
+        punctuationCount(answer) > punctuationCount(line) + 2 + static_cast<qsizetype>(from.size()) / 3) {
         return {AnswerVerdict::otherText};
     }
     // Engines like to put one space where the writer has two, or a tab.
@@ -484,29 +513,27 @@ CheckedAnswer checkLine(const QString& line, const QString& answer) {
     return {AnswerVerdict::accepted, text};
 }
 
-/// Signs that a correction does not add: they make markup, a quotation or an aside of the text.
-bool addsSigns(const QString& text, const QString& answer) {
-    static const QString never = QStringLiteral("[]{}<>*`#|~^\\=_@:");
-    for (const QChar sign : never) {
-        if (answer.count(sign) > text.count(sign)) {
+/// Signs that a correction leaves alone: they make markup, a quotation or an aside of the text.
+bool changesSigns(const QString& text, const QString& answer) {
+    const auto count = [](const QString& in, const QString& signs) {
+        return std::count_if(in.begin(), in.end(), [&signs](QChar c) { return signs.contains(c); });
+    };
+    static const QString markup = QStringLiteral("[]{}<>*`#|~^\\=_@");
+    for (const QChar sign : markup) {
+        if (answer.count(sign) != text.count(sign)) {
             return true;
         }
     }
-    const auto balanced = [&](const QString& opening, const QString& closing) {
-        const auto count = [](const QString& in, const QString& signs) {
-            return std::count_if(in.begin(), in.end(), [&signs](QChar c) { return signs.contains(c); });
-        };
-        const auto opened = count(text, opening);
-        const auto closed = count(text, closing);
-        const bool oneIsMissing = opening == closing ? opened % 2 != 0 : opened != closed;
-        const auto allowed = oneIsMissing ? 1 : 0;
-        const auto before = opening == closing ? opened : opened + closed;
-        const auto after =
-            opening == closing ? count(answer, opening) : count(answer, opening) + count(answer, closing);
-        return after <= before + allowed;
-    };
-    const QString quotes = QStringLiteral("\"\u201c\u201d\u201e\u00ab\u00bb");
-    return !balanced(QStringLiteral("("), QStringLiteral(")")) || !balanced(quotes, quotes);
+    // One that is missing may be put in, one too many taken away.
+    static const QString quotes = QStringLiteral("\"\u201c\u201d\u201e\u00ab\u00bb");
+    const auto quoted = count(text, quotes);
+    const auto opened = text.count(u'(');
+    const auto closed = text.count(u')');
+    const auto asides = answer.count(u'(') + answer.count(u')');
+    // "Corrected: …" begins with a sign that hardly ever is what is missing.
+    return answer.count(u':') > text.count(u':') ||
+           std::abs(count(answer, quotes) - quoted) > (quoted % 2 != 0 ? 1 : 0) ||
+           std::abs(asides - opened - closed) > (opened != closed ? 1 : 0);
 }
 
 bool isQuote(QChar c) {
@@ -618,7 +645,7 @@ CheckedAnswer checkAnswer(const QString& text, const QString& answer) {
             return {AnswerVerdict::lines};
         }
     }
-    if (addsSigns(whole.content, trimmed) || (isWrapped(trimmed) && !isWrapped(whole.content))) {
+    if (changesSigns(whole.content, trimmed) || (isWrapped(trimmed) && !isWrapped(whole.content))) {
         return {AnswerVerdict::characters};
     }
     const auto scripts = scriptsOf(whole.content);
