@@ -514,15 +514,25 @@ QCoro::Task<Result> AtSpiAccessibility::focusedElement(std::shared_ptr<Applicati
         co_return success(AccessibilityElement(node));
     }
 
+    // Most often the last focus event tells where to ask. Its program is known by then, so the registry, a
+    // program of its own that would have to wake up, is not needed.
     const QPointer<AtSpiAccessibility> self(this);
-    const bool located = co_await locate(application);
-    if (!self || !located)
-        co_return failure(AccessibilityError::failed);
     const auto remembered = co_await rememberedFocus(application);
     if (!self)
         co_return failure(AccessibilityError::failed);
     if (remembered)
         co_return success(*remembered);
+    const bool wasKnown = processes_.value(lastFocus_.bus) == application->processIdentifier;
+    const bool located = co_await locate(application);
+    if (!self || !located)
+        co_return failure(AccessibilityError::failed);
+    if (!wasKnown) {
+        const auto rememberedNow = co_await rememberedFocus(application);
+        if (!self)
+            co_return failure(AccessibilityError::failed);
+        if (rememberedNow)
+            co_return success(*rememberedNow);
+    }
 
     for (;;) {
         auto search = std::make_shared<Search>();
@@ -547,7 +557,7 @@ QCoro::Task<Result> AtSpiAccessibility::focusedElement(std::shared_ptr<Applicati
 QCoro::Task<std::optional<AccessibilityElement>>
 AtSpiAccessibility::rememberedFocus(std::shared_ptr<Application> application) {
     const Reference focus = lastFocus_;
-    if (focus.isNull() || focus.bus != application->root.bus)
+    if (focus.isNull() || processes_.value(focus.bus) != application->processIdentifier)
         co_return std::nullopt;
     const QDBusPendingCall stateCall =
         start(focus, accessibleInterface, QStringLiteral("GetState"), {}, application->remaining());
@@ -717,14 +727,24 @@ QCoro::Task<QList<Reference>> AtSpiAccessibility::visit(QList<Reference> nodes, 
     co_return parents;
 }
 
+/// How many selections there are, and the first of them: one way to the program and back for both. Without a
+/// selection the second answer is an error or means nothing.
+AtSpiAccessibility::Selections AtSpiAccessibility::askForSelections(const Node& node) const {
+    const auto timeout = node.application->remaining();
+    const QVariantList first = {0};
+    return {start(node.reference, textInterface, QStringLiteral("GetNSelections"), {}, timeout),
+            start(node.reference, textInterface, QStringLiteral("GetSelection"), first, timeout)};
+}
+
 QCoro::Task<Result> AtSpiAccessibility::selectedRange(std::shared_ptr<const Node> node) {
     const QPointer<AtSpiAccessibility> self(this);
     // Nothing may be copied from a terminal with a key: there it would interrupt a program.
     if (node->role == static_cast<uint>(atspi::Role::terminal))
         co_return success(TextRange{0, 1});
 
-    const QDBusMessage countAnswer = co_await call(
-        node->reference, textInterface, QStringLiteral("GetNSelections"), {}, node->application->remaining());
+    const auto [countCall, firstCall] = askForSelections(*node);
+    const QDBusMessage countAnswer = co_await countCall;
+    const QDBusMessage firstAnswer = co_await firstCall;
     if (!self)
         co_return failure(AccessibilityError::failed);
     const auto count = atspi::number(countAnswer);
@@ -733,10 +753,12 @@ QCoro::Task<Result> AtSpiAccessibility::selectedRange(std::shared_ptr<const Node
 
     TextRange range;
     for (int i = 0; i < std::min(*count, mostSelections); ++i) {
-        const QVariantList arguments = {i};
-        const QDBusMessage spanAnswer =
-            co_await call(node->reference, textInterface, QStringLiteral("GetSelection"), arguments,
-                          node->application->remaining());
+        QDBusMessage spanAnswer = firstAnswer;
+        if (i > 0) {
+            const QVariantList arguments = {i};
+            spanAnswer = co_await call(node->reference, textInterface, QStringLiteral("GetSelection"),
+                                       arguments, node->application->remaining());
+        }
         if (!self)
             co_return failure(AccessibilityError::failed);
         const auto span = atspi::span(spanAnswer);
@@ -795,18 +817,13 @@ QCoro::Task<Result> AtSpiAccessibility::selectedText(std::shared_ptr<const Node>
     if (node->role == static_cast<uint>(atspi::Role::paragraph) ||
         node->role == static_cast<uint>(atspi::Role::passwordText))
         co_return failure(AccessibilityError::noValue);
-    const QDBusMessage countAnswer = co_await call(
-        node->reference, textInterface, QStringLiteral("GetNSelections"), {}, node->application->remaining());
+    const auto [countCall, spanCall] = askForSelections(*node);
+    const QDBusMessage countAnswer = co_await countCall;
+    const QDBusMessage spanAnswer = co_await spanCall;
     if (!self)
         co_return failure(AccessibilityError::failed);
     if (atspi::number(countAnswer) != 1)
         co_return failure(AccessibilityError::noValue);
-    const QVariantList first = {0};
-    const QDBusMessage spanAnswer =
-        co_await call(node->reference, textInterface, QStringLiteral("GetSelection"), first,
-                      node->application->remaining());
-    if (!self)
-        co_return failure(AccessibilityError::failed);
     const auto span = atspi::span(spanAnswer);
     if (!span || span->end - span->start > longestText)
         co_return failure(AccessibilityError::noValue);

@@ -5,6 +5,7 @@
 
 #include <QDBusConnection>
 #include <QDBusMessage>
+#include <QDBusPendingCall>
 #include <QHash>
 #include <QObject>
 #include <functional>
@@ -60,6 +61,10 @@ class AtSpiAccessibility final : public QObject, public Accessibility {
     struct Application;
     struct Node;
     struct Search;
+    struct Selections {
+        QDBusPendingCall count;
+        QDBusPendingCall first;
+    };
 
     QCoro::Task<void> connectToBus();
     QCoro::Task<QDBusMessage> call(atspi::Reference target, QString interface, QString method,
@@ -80,6 +85,7 @@ class AtSpiAccessibility final : public QObject, public Accessibility {
     QCoro::Task<QList<atspi::Reference>> visit(QList<atspi::Reference> nodes, atspi::Reference frame,
                                                std::shared_ptr<Search> search);
     QCoro::Task<QString> toolkitName(std::shared_ptr<Application> application);
+    Selections askForSelections(const Node& node) const;
     QCoro::Task<AccessibilityResult<AccessibilityValue>> selectedRange(std::shared_ptr<const Node> node);
     QCoro::Task<AccessibilityResult<AccessibilityValue>> selectedText(std::shared_ptr<const Node> node);
     QCoro::Task<bool> neighbourIsSelected(std::shared_ptr<const Node> node);
