@@ -1,4 +1,6 @@
 // One text a line on standard input, the corrected line on standard output; each line is flushed.
+#include "VellumlineService/Correction/LanguagePack.h"
+#include "VellumlineService/Correction/PersonalDictionary.h"
 #include "VellumlineService/Correction/Rules.h"
 #include "VellumlineService/Correction/RulesEngine.h"
 
@@ -33,7 +35,7 @@ int main(int argc, char** argv) {
     QCoreApplication::setApplicationName(QStringLiteral("vellumline-correct"));
     QCommandLineParser parser;
     parser.setApplicationDescription(
-        QStringLiteral("Corrects English text: one text a line in, one line out, flushed after each."));
+        QStringLiteral("Corrects text: one text a line in, one line out, flushed after each."));
     parser.addHelpOption();
     const QCommandLineOption disable(QStringLiteral("disable"),
                                      QStringLiteral("Rules that shall do nothing; may be repeated."),
@@ -43,7 +45,16 @@ int main(int argc, char** argv) {
     const QCommandLineOption explaining(
         QStringLiteral("explain"),
         QStringLiteral("After each line print its changes, each on a line that starts with a tab."));
-    parser.addOptions({disable, list, explaining});
+    const QCommandLineOption language(
+        QStringLiteral("language"),
+        QStringLiteral("The language of all texts: %1; without it each text's own is found out.")
+            .arg(languagePackCodes().join(QStringLiteral(", "))),
+        QStringLiteral("code"));
+    const QCommandLineOption dictionary(QStringLiteral("dictionary"),
+                                        QStringLiteral("Words that stay as they are, one a line (%1).")
+                                            .arg(PersonalDictionary::defaultPath()),
+                                        QStringLiteral("file"), PersonalDictionary::defaultPath());
+    parser.addOptions({disable, list, explaining, language, dictionary});
     parser.process(application);
 
     if (parser.isSet(list)) {
@@ -57,7 +68,13 @@ int main(int argc, char** argv) {
                      qPrintable(unknown.first()));
         return 2;
     }
-    const RulesEngine engine(disabled);
+    const QString code = parser.value(language);
+    if (parser.isSet(language) && !languagePack(code)) {
+        std::fprintf(stderr, "vellumline-correct: the language \"%s\" is not known; there are: %s\n",
+                     qPrintable(code), qPrintable(languagePackCodes().join(QStringLiteral(", "))));
+        return 2;
+    }
+    const RulesEngine engine(RulesEngineSettings{disabled, code, parser.value(dictionary)});
     std::string line;
     while (std::getline(std::cin, line)) {
         std::vector<CorrectionChange> changes;

@@ -1,5 +1,6 @@
 #include "VellumlineService/AccountCommand.h"
 #include "VellumlineService/Correction/Engines.h"
+#include "VellumlineService/Correction/PersonalDictionary.h"
 #include "VellumlineService/Service/Configuration.h"
 #include "VellumlineService/Service/CorrectionService.h"
 #include "VellumlineService/Service/HttpServer.h"
@@ -118,6 +119,10 @@ int runService(QCoreApplication& application) {
     ServiceLog log(configuration->log);
     ServiceMetrics metrics;
     EngineSettings engineSettings = configuration->engine;
+    // With accounts, the words of the one who runs the service are not those of its users.
+    if (configuration->service.accounts == Accounts::local) {
+        engineSettings.personalDictionary = PersonalDictionary::defaultPath();
+    }
     engineSettings.external.report = [&log](const QString& event, const QString& reason) {
         log.problem(event, {{QStringLiteral("reason"), reason}});
     };
@@ -148,10 +153,6 @@ int runService(QCoreApplication& application) {
     limits.connections = configuration->connections;
     limits.body = configuration->bodyBytes;
     limits.waitingCorrections = configuration->waitingCorrections;
-    if (asksAnotherServer(engineSettings)) {
-        // They wait, and take no core; beyond that a model of one's own would only get slower.
-        limits.correctionWorkers = 16;
-    }
     HttpServer server(
         limits, [&service](const HttpRequest& request) { return service.handle(request); },
         &CorrectionService::laneOf);

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Installs the Debian packages of the named groups that are missing, and nothing when none is: no network then.
 #
-#   packages.sh [--list] GROUP…        groups: build run demo test bench check train
+#   packages.sh [--list] GROUP…        groups: build run demo test check train
 set -euo pipefail
 
 declare -A packages
@@ -15,7 +15,7 @@ packages[build]="
     openssl python3"
 packages[run]="
     at-spi2-core dbus xdg-utils desktop-file-utils libglib2.0-bin x11-utils
-    libqt6svg6 libqt6sql6-sqlite hunspell-en-us ca-certificates"
+    libqt6svg6 libqt6sql6-sqlite hunspell-en-us hunspell-de-de ca-certificates"
 # A desktop of its own for the demonstration, two editors of two toolkits, and the browser for the sign-in.
 packages[demo]="
     xvfb openbox dbus-x11 gnome-keyring libsecret-tools xdotool wmctrl x11-xserver-utils x11-xkb-utils
@@ -25,8 +25,6 @@ packages[demo]="
 packages[test]="
     libqt6sql6-psql postgresql xinput x11-apps xfwm4 openssl tint2 trayer xfce4-panel lxqt-panel python3-pil python3-xdg faketime xbindkeys
     kate gedit gnome-text-editor libreoffice-writer libreoffice-gtk3 firefox-esr xterm xfce4-terminal plasma-workspace"
-# What benchmarks/peers compares with; it leaves out what is not there.
-packages[bench]="xbindkeys xdotool xclip curl jq copyq"
 # What builds the language model anew; nothing else needs it.
 packages[train]="scowl xz-utils"
 packages[check]="git clang clang-tidy clang-format libclang-rt-14-dev llvm shellcheck"

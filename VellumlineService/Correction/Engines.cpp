@@ -61,10 +61,10 @@ QStringList correctionRuleNames() {
     return RulesEngine::ruleNames();
 }
 
-std::unique_ptr<CorrectionEngine> makeCorrectionEngine(const QString& name,
-                                                       const QStringList& disabledRules) {
+std::unique_ptr<CorrectionEngine> makeCorrectionEngine(const QString& name, const QStringList& disabledRules,
+                                                       const QString& personalDictionary) {
     if (name == QStringLiteral("rules")) {
-        return std::make_unique<RulesEngine>(disabledRules);
+        return std::make_unique<RulesEngine>(RulesEngineSettings{disabledRules, {}, personalDictionary});
     }
     if (name == QStringLiteral("test-unavailable")) {
         return std::make_unique<UnavailableEngine>();
@@ -113,15 +113,12 @@ std::optional<QString> correctionEngineProblem(const EngineSettings& settings) {
     return httpAddressProblem(name.url, settings.http.plainHttp);
 }
 
-bool asksAnotherServer(const EngineSettings& settings) {
-    return !correctionEngineNames().contains(settings.name);
-}
-
 std::unique_ptr<CorrectionEngine> makeCorrectionEngine(const EngineSettings& settings) {
     if (correctionEngineProblem(settings)) {
         return nullptr;
     }
-    if (auto engine = makeCorrectionEngine(settings.name, settings.disabledRules)) {
+    if (auto engine =
+            makeCorrectionEngine(settings.name, settings.disabledRules, settings.personalDictionary)) {
         return engine;
     }
     const ExternalName name = parseExternalName(settings.name);
@@ -138,7 +135,8 @@ std::unique_ptr<CorrectionEngine> makeCorrectionEngine(const EngineSettings& set
     external.when = name.chain ? external.when : AskWhen::first;
     std::unique_ptr<CorrectionEngine> builtIn;
     if (name.chain || external.fallback == Fallback::builtIn) {
-        builtIn = std::make_unique<RulesEngine>(settings.disabledRules);
+        builtIn = std::make_unique<RulesEngine>(
+            RulesEngineSettings{settings.disabledRules, {}, settings.personalDictionary});
     }
     return std::make_unique<ExternalEngine>(std::move(engine), std::move(builtIn), external);
 }

@@ -14,16 +14,18 @@ namespace vellumline {
 QStringList correctionEngineNames();
 /// An engine of this program by its name; null for an unknown one. "rules" corrects; the "test-" engines do
 /// what their name says, so that a client's handling of each answer can be tried. `disabledRules` are rules
-/// of "rules" that shall do nothing.
+/// of "rules" that shall do nothing; `personalDictionary` is as in RulesEngineSettings.
 std::unique_ptr<CorrectionEngine> makeCorrectionEngine(const QString& name,
-                                                       const QStringList& disabledRules = {});
+                                                       const QStringList& disabledRules = {},
+                                                       const QString& personalDictionary = {});
 /// The names that `disabledRules` may hold.
 QStringList correctionRuleNames();
 
 struct EngineSettings {
     /// One of `correctionEngineNames`, "languagetool:URL", "openai:URL", or "chain:" and one of these two.
     QString name = QStringLiteral("rules");
-    QStringList disabledRules = {}; ///< Of the built-in engine.
+    QStringList disabledRules = {};  ///< Of the built-in engine.
+    QString personalDictionary = {}; ///< As in RulesEngineSettings.
     QString model = {};
     QByteArray key = {};
     QByteArray language = "en-US";
@@ -36,8 +38,6 @@ struct EngineSettings {
 QStringList correctionEngineForms();
 /// What is wrong with the name, after "engine"; nothing when there is such an engine.
 std::optional<QString> correctionEngineProblem(const EngineSettings& settings);
-/// Whether the text may go to a server that is none of ours.
-bool asksAnotherServer(const EngineSettings& settings);
 /// Null when there is a problem.
 std::unique_ptr<CorrectionEngine> makeCorrectionEngine(const EngineSettings& settings);
 

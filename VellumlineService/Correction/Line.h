@@ -3,6 +3,7 @@
 #include "VellumlineService/Correction/Tagger.h"
 
 #include <QString>
+#include <functional>
 #include <utility>
 #include <vector>
 
@@ -39,6 +40,11 @@ class Line {
     /// Whether what follows this line begins a sentence.
     bool endsSentence() const;
 
+    /// Makes words, given by their index, unchangeable. Before any change.
+    void keep(const std::function<bool(int)>& condition);
+    /// The index of the first word behind each opening quote and of the one behind the last word of the
+    /// quote.
+    std::vector<std::pair<int, int>> quotes() const;
     const std::vector<Token>& tokens() const { return tokens_; }
     /// The tokens that are words, in order.
     int wordCount() const { return static_cast<int>(words_.size()); }
@@ -55,8 +61,6 @@ class Line {
     Tag tag(int i) const;
     /// The part behind the apostrophe: `Tag::possessive` in "John's book"; `Tag::other` where there is none.
     Tag cliticTag(int i) const;
-    /// What stands between the word and the one before.
-    QString gapBefore(int i) const;
     /// Whether only one space stands between the word and the one before.
     bool isNextTo(int i) const { return !follows(i).isEmpty(); }
     /// Whether a sentence's or clause's punctuation, or the line's end, follows the word.
@@ -73,10 +77,6 @@ class Line {
     void insertBefore(int i, const QString& lowerWord);
     /// Puts a sign right behind the word.
     void insertSignAfter(int i, QChar sign);
-    /// Takes away the space in front of commas and stops, and puts one behind a comma that a word follows.
-    void closeUpSigns();
-    /// Makes the last full stop a question mark.
-    void endWithQuestionMark();
     /// Takes a word out with the space before it, or after it at the start.
     void remove(int i);
     /// The changes since the last call.
@@ -94,7 +94,6 @@ class Line {
     const Tagger& tagger_;
     // The tags of the words, made when they are asked for; empty after a change.
     mutable std::vector<std::pair<Tag, Tag>> tags_;
-    const bool startsSentence_;
     bool looksLikeCode_ = false;
     bool curlyApostrophes_ = false;
 };

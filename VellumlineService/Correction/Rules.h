@@ -2,6 +2,7 @@
 
 #include "VellumlineService/Correction/Inflections.h"
 #include "VellumlineService/Correction/Line.h"
+#include "VellumlineService/Correction/PersonalDictionary.h"
 #include "VellumlineService/Correction/Speller.h"
 
 #include <vector>
@@ -12,6 +13,7 @@ namespace vellumline {
 struct RuleTools {
     const Speller& speller;
     const Inflections& inflections;
+    const PersonalDictionary::Words& personal; ///< Words that the writer's own list has.
 };
 
 /// One named habit of correction. Names are kebab-case and stay: people switch rules off by them.

@@ -1,24 +1,84 @@
 #include "VellumlineService/Correction/RulesEngine.h"
 
+#include "VellumlineService/Correction/LanguageGuess.h"
+#include "VellumlineService/Correction/LanguageModel.h"
+#include "VellumlineService/Correction/LanguagePack.h"
 #include "VellumlineService/Correction/Line.h"
+#include "VellumlineService/Correction/PersonalDictionary.h"
 #include "VellumlineService/Correction/Rules.h"
 #include "VellumlineService/Correction/Speller.h"
 
+#include <mutex>
+
 namespace vellumline {
 
-RulesEngine::RulesEngine(const QStringList& disabledRules)
-    : speller_(std::make_unique<Speller>()), inflections_(std::make_unique<Inflections>()),
-      tagger_(std::make_unique<Tagger>(*inflections_)),
-      disabledRules_(disabledRules.cbegin(), disabledRules.cend()) {
-    if (!speller_->available()) {
-        qWarning("The correction engine cannot work: %s", qPrintable(speller_->problem()));
+struct RulesEngine::Language {
+    const LanguagePack& pack;
+    std::once_flag loaded;
+    std::unique_ptr<Speller> speller;
+
+    explicit Language(const LanguagePack& of) : pack(of) {}
+};
+
+namespace {
+
+void keepForeignQuotes(Line& line, const LanguageGuess& guess, const QString& language) {
+    std::vector<bool> foreign(static_cast<size_t>(line.wordCount()), false);
+    for (const auto& [begin, end] : line.quotes()) {
+        QStringList words;
+        for (int i = begin; i < end; ++i) {
+            words.append(line.lower(i));
+        }
+        if (words.size() > 1 && guess.isForeign(words.join(u' '), language)) {
+            std::fill(foreign.begin() + begin, foreign.begin() + end, true);
+        }
     }
+    line.keep([&](int i) { return foreign[static_cast<size_t>(i)]; });
+}
+
+} // namespace
+
+RulesEngine::RulesEngine(const QStringList& disabledRules)
+    : RulesEngine(RulesEngineSettings{disabledRules, {}, {}}) {}
+
+RulesEngine::RulesEngine(const RulesEngineSettings& settings)
+    : personal_(std::make_unique<PersonalDictionary>(settings.personalDictionary)),
+      inflections_(std::make_unique<Inflections>()), tagger_(std::make_unique<Tagger>(*inflections_)),
+      fixedLanguage_(settings.language),
+      disabledRules_(settings.disabledRules.cbegin(), settings.disabledRules.cend()) {
+    for (const LanguagePack& pack : languagePacks()) {
+        languages_.push_back(std::make_unique<Language>(pack));
+    }
+    const Speller& english = *language(languages_.front()->pack.code)->speller;
+    if (!english.available()) {
+        qWarning("The correction engine cannot work: %s", qPrintable(english.problem()));
+        return;
+    }
+    guess_ = std::make_unique<LanguageGuess>([&model = english.model()](const QString& word) {
+        const int index = model.find(word.toUtf8());
+        return index >= 0 && (model.flags(index) & LanguageModel::usualWord) != 0;
+    });
 }
 
 RulesEngine::~RulesEngine() = default;
 
 QString RulesEngine::problem() const {
-    return speller_->problem();
+    return languages_.front()->speller->problem();
+}
+
+const RulesEngine::Language* RulesEngine::language(const QString& code) const {
+    for (const auto& one : languages_) {
+        if (one->pack.code == code) {
+            std::call_once(one->loaded, [&] { one->speller = std::make_unique<Speller>(one->pack); });
+            return one.get();
+        }
+    }
+    return nullptr;
+}
+
+const RulesEngine::Language* RulesEngine::languageOf(const QString& text) const {
+    const Language* found = language(fixedLanguage_.isEmpty() ? guess_->of(text) : fixedLanguage_);
+    return found && found->speller->available() ? found : nullptr;
 }
 
 QStringList RulesEngine::ruleNames() {
@@ -40,9 +100,9 @@ QStringList RulesEngine::unknownRules(const QStringList& names) {
     return unknown;
 }
 
-void RulesEngine::correct(Line& line, std::vector<CorrectionChange>& changes) const {
-    const RuleTools tools{*speller_, *inflections_};
-    for (const Rule& rule : correctionRules()) {
+void RulesEngine::correct(Line& line, const Language& language, const RuleTools& tools,
+                          std::vector<CorrectionChange>& changes) const {
+    for (const Rule& rule : language.pack.rules()) {
         const QString name = QString::fromLatin1(rule.name);
         if (disabledRules_.contains(name)) {
             continue;
@@ -60,9 +120,17 @@ CorrectionResult RulesEngine::correct(QString text) {
 }
 
 CorrectionResult RulesEngine::correct(const QString& text, std::vector<CorrectionChange>& changes) const {
-    if (!speller_->available()) {
+    if (!guess_) {
         return {CorrectionResult::Status::unavailable, {}};
     }
+    const Language* const language = languageOf(text);
+    if (!language) {
+        return {CorrectionResult::Status::corrected, text};
+    }
+    personal_->refresh();
+    const auto personal = personal_->words();
+    const RuleTools tools{*language->speller, *inflections_, *personal};
+    const QString& code = language->pack.code;
     QString corrected;
     corrected.reserve(text.size() + 16);
     bool startsSentence = true;
@@ -77,7 +145,13 @@ CorrectionResult RulesEngine::correct(const QString& text, std::vector<Correctio
         if (end > at) {
             const QString original = text.mid(at, end - at);
             Line line(original, startsSentence, *tagger_);
-            correct(line, changes);
+            if (original.size() == text.size() || !guess_->isForeign(original, code)) {
+                keepForeignQuotes(line, *guess_, code);
+                if (!personal->isEmpty()) {
+                    line.keep([&](int i) { return personal_->contains(line.word(i).text); });
+                }
+                correct(line, *language, tools, changes);
+            }
             corrected += line.text();
             startsSentence = line.wordCount() == 0 ? startsSentence : line.endsSentence();
         } else if (text.at(end) != u'\n' || at == 0 || text.at(at - 1) != u'\r') {

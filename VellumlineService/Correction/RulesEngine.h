@@ -10,9 +10,11 @@
 namespace vellumline {
 
 class Inflections;
+class LanguageGuess;
 class Line;
-class Speller;
+class PersonalDictionary;
 class Tagger;
+struct RuleTools;
 
 /// One change and the rule that made it.
 struct CorrectionChange {
@@ -22,13 +24,20 @@ struct CorrectionChange {
     QString why;
 };
 
+struct RulesEngineSettings {
+    QStringList disabledRules = {}; ///< Names of rules that do nothing.
+    /// The code of the language of all texts; without it each text's language is found out.
+    QString language = {};
+    /// The path of the writer's own list of words; empty for none.
+    QString personalDictionary = {};
+};
+
 /// Spelling, real-word confusions and a list of small grammar rules. Precise rather than thorough: what a
-/// rule is not sure of stays.
+/// rule is not sure of stays, and so does a text in a language without a LanguagePack.
 class RulesEngine : public CorrectionEngine {
   public:
-    /// Uses the Hunspell dictionaries en_US and, where it is installed, en_GB of the system. Rules named in
-    /// `disabledRules` do nothing.
     explicit RulesEngine(const QStringList& disabledRules = {});
+    explicit RulesEngine(const RulesEngineSettings& settings);
     ~RulesEngine() override;
 
     CorrectionResult correct(QString text) override;
@@ -42,11 +51,20 @@ class RulesEngine : public CorrectionEngine {
     QString problem() const;
 
   private:
-    void correct(Line& line, std::vector<CorrectionChange>& changes) const;
+    struct Language;
 
-    std::unique_ptr<Speller> speller_;
+    const Language* languageOf(const QString& text) const;
+    /// A language is loaded when its first text comes, English at the start.
+    const Language* language(const QString& code) const;
+    void correct(Line& line, const Language& language, const RuleTools& tools,
+                 std::vector<CorrectionChange>& changes) const;
+
+    std::vector<std::unique_ptr<Language>> languages_;
+    std::unique_ptr<LanguageGuess> guess_;
+    std::unique_ptr<PersonalDictionary> personal_;
     std::unique_ptr<Inflections> inflections_;
     std::unique_ptr<Tagger> tagger_;
+    QString fixedLanguage_;
     QSet<QString> disabledRules_;
 };
 

@@ -1,7 +1,9 @@
 #include "VellumlineService/Correction/Speller.h"
 
 #include "VellumlineService/Correction/LanguageModel.h"
+#include "VellumlineService/Correction/LanguagePack.h"
 #include "VellumlineService/Correction/ModelFiles.h"
+#include "VellumlineService/Correction/SlipCost.h"
 
 #include <QFile>
 #include <QFileInfo>
@@ -21,29 +23,61 @@ constexpr int rememberedLimit = 20'000;
 
 } // namespace
 
-Speller::Speller() {
-    for (const char* name : {"en_US", "en_GB"}) {
+/// Words go in and out in the encoding of the dictionary.
+struct Speller::Dictionary {
+    std::unique_ptr<Hunspell> words;
+    bool latin = false;
+
+    /// Empty for a word that the encoding has no letters for.
+    std::string encoded(const QString& word) const {
+        if (!latin) {
+            return word.toStdString();
+        }
+        const bool fits = std::all_of(word.cbegin(), word.cend(), [](QChar c) { return c.unicode() < 256; });
+        return fits ? word.toLatin1().toStdString() : std::string();
+    }
+    QString decoded(const std::string& word) const {
+        return latin ? QString::fromLatin1(word.data(), static_cast<qsizetype>(word.size()))
+                     : QString::fromStdString(word);
+    }
+};
+
+Speller::Speller(const LanguagePack& pack) {
+    for (const QString& name : pack.dictionaries) {
         for (const char* folder :
              {"/usr/share/hunspell/", "/usr/share/myspell/dicts/", "/usr/local/share/hunspell/"}) {
-            const QString stem = QString::fromLatin1(folder) + QString::fromLatin1(name);
-            if (QFileInfo::exists(stem + QStringLiteral(".dic")) &&
-                QFileInfo::exists(stem + QStringLiteral(".aff"))) {
-                dictionaries_.push_back(std::make_unique<Hunspell>(
-                    QString(stem + QStringLiteral(".aff")).toLocal8Bit().constData(),
-                    QString(stem + QStringLiteral(".dic")).toLocal8Bit().constData()));
-                break;
+            const QString stem = QString::fromLatin1(folder) + name;
+            if (!QFileInfo::exists(stem + QStringLiteral(".dic")) ||
+                !QFileInfo::exists(stem + QStringLiteral(".aff"))) {
+                continue;
             }
+            auto words =
+                std::make_unique<Hunspell>(QString(stem + QStringLiteral(".aff")).toLocal8Bit().constData(),
+                                           QString(stem + QStringLiteral(".dic")).toLocal8Bit().constData());
+            const std::string encoding = words->get_dict_encoding();
+            const bool latin = encoding == "ISO8859-1";
+            if (latin || encoding == "UTF-8") {
+                dictionaries_.push_back(std::make_unique<Dictionary>(Dictionary{std::move(words), latin}));
+            }
+            break;
         }
     }
-    const QString modelPath = modelFile(QStringLiteral("en"));
+    const QString modelPath = modelFile(pack.code);
     model_ = modelPath.isEmpty() ? nullptr : LanguageModel::open(modelPath, &problem_);
-    if (modelPath.isEmpty()) {
-        problem_ = QStringLiteral("there is no language model \"en.model\"");
-    } else if (dictionaries_.empty()) {
-        problem_ = QStringLiteral("there is no Hunspell dictionary for en_US");
+    if (pack.model == LanguagePack::Model::without) {
+        problem_.clear();
+        model_.reset();
+    } else if (modelPath.isEmpty()) {
+        problem_ = QStringLiteral("there is no language model \"%1.model\"").arg(pack.code);
+    }
+    if (problem_.isEmpty() && dictionaries_.empty()) {
+        problem_ = QStringLiteral("there is no Hunspell dictionary for %1").arg(pack.dictionaries.first());
     }
     if (model_) {
         finder_ = std::make_unique<CandidateFinder>(*model_);
+    }
+    if (pack.code != QStringLiteral("en")) {
+        return;
     }
     loadResources();
     QFile file(QStringLiteral(":/vellumline/correction/words.tsv"));
@@ -86,13 +120,17 @@ bool Speller::isVerb(const QString& lower) const {
 }
 
 bool Speller::inDictionary(const QString& word) const {
-    const std::string bytes = word.toStdString();
     const QMutexLocker lock(&mutex_);
-    return std::any_of(dictionaries_.begin(), dictionaries_.end(),
-                       [&](const auto& dictionary) { return dictionary->spell(bytes); });
+    return std::any_of(dictionaries_.begin(), dictionaries_.end(), [&](const auto& dictionary) {
+        const std::string bytes = dictionary->encoded(word);
+        return !bytes.empty() && dictionary->words->spell(bytes);
+    });
 }
 
 bool Speller::isKnown(const QString& word) const {
+    if (!model_) {
+        return inDictionary(word);
+    }
     const int index = model_->find(word.toLower().toUtf8());
     if (index >= 0) {
         const quint8 flags = model_->flags(index);
@@ -173,6 +211,41 @@ bool Speller::isCompound(const QString& lower) const {
     return false;
 }
 
+std::vector<Candidate> Speller::suggestions(const QString& word) const {
+    // An umlaut is a letter with a mark left out or too much, not another letter.
+    constexpr double mark = 0.3;
+    constexpr double limit = 3;
+    const auto plain = [](const QString& text) {
+        QString folded;
+        for (const QChar c : text.toLower()
+                                 .replace(QChar(0xdf), QStringLiteral("ss"))
+                                 .normalized(QString::NormalizationForm_D)) {
+            if (!c.isMark()) {
+                folded += c;
+            }
+        }
+        return folded.toLatin1();
+    };
+    std::vector<Candidate> found;
+    const QMutexLocker lock(&mutex_);
+    for (const auto& dictionary : dictionaries_) {
+        const std::string bytes = dictionary->encoded(word);
+        if (bytes.empty()) {
+            continue;
+        }
+        for (const std::string& suggested : dictionary->words->suggest(bytes)) {
+            const QString text = dictionary->decoded(suggested);
+            const double cost =
+                std::min(slipCost(word.toLower().toLatin1(), text.toLower().toLatin1(), limit),
+                         slipCost(plain(word), plain(text), limit) + mark);
+            found.push_back({text, cost, 0});
+        }
+    }
+    std::stable_sort(found.begin(), found.end(),
+                     [](const Candidate& a, const Candidate& b) { return a.cost < b.cost; });
+    return found;
+}
+
 std::shared_ptr<const std::vector<Candidate>> Speller::candidates(const QString& lower) const {
     {
         const QMutexLocker lock(&memory_);
@@ -183,7 +256,8 @@ std::shared_ptr<const std::vector<Candidate>> Speller::candidates(const QString&
     }
     const qsizetype length = lower.size();
     const double limit = length <= 3 ? 1.05 : length == 4 ? 1.3 : length == 5 ? 1.8 : length <= 7 ? 2.0 : 2.4;
-    const auto made = std::make_shared<const std::vector<Candidate>>(finder_->find(lower.toLatin1(), limit));
+    const auto made = std::make_shared<const std::vector<Candidate>>(
+        finder_ ? finder_->find(lower.toLatin1(), limit) : suggestions(lower));
     const QMutexLocker lock(&memory_);
     if (remembered_.size() >= rememberedLimit) {
         remembered_.clear();

@@ -9,25 +9,25 @@
 #include <memory>
 #include <vector>
 
-class Hunspell;
-
 namespace vellumline {
 
 class LanguageModel;
+struct LanguagePack;
 
 /// Which words exist, how common they are, and what a misspelt one was meant to be. Thread-safe.
 class Speller {
   public:
-    Speller();
+    explicit Speller(const LanguagePack& pack);
     Speller(const Speller&) = delete;
     Speller& operator=(const Speller&) = delete;
     ~Speller();
 
-    /// False when there is no English dictionary on this machine, or no language model.
+    /// False when there is no dictionary of the language on this machine, or a model is needed and there is
+    /// none.
     bool available() const { return problem_.isEmpty(); }
     /// Why it is not available, for the log.
     const QString& problem() const { return problem_; }
-    /// Only of an available speller.
+    /// Only of an available speller for a language that has a model.
     const LanguageModel& model() const { return *model_; }
     /// Lower-case words with straight apostrophes. Names are known as the dictionaries know them.
     bool isKnown(const QString& word) const;
@@ -40,10 +40,12 @@ class Speller {
     /// The known word that an unknown lower-case one is made of by a common ending or prefix ("founders" of
     /// "cofounders"); empty when there is none.
     QString derivedFrom(const QString& lower) const;
-    /// What may have been meant by an unknown lower-case word, the likeliest first.
+    /// What may have been meant by an unknown word, the likeliest first: lower-case words with a model, words
+    /// as they are written without.
     std::shared_ptr<const std::vector<Candidate>> candidates(const QString& lower) const;
 
   private:
+    std::vector<Candidate> suggestions(const QString& word) const;
     bool isListed(const QString& lower) const;
     bool isCompound(const QString& lower) const;
     bool inDictionary(const QString& word) const;
@@ -59,7 +61,8 @@ class Speller {
     std::unique_ptr<LanguageModel> model_;
     // Hunspell keeps scratch state in the object, so that one call at a time is allowed.
     mutable QMutex mutex_;
-    std::vector<std::unique_ptr<Hunspell>> dictionaries_;
+    struct Dictionary;
+    std::vector<std::unique_ptr<Dictionary>> dictionaries_;
     std::vector<Entry> entries_; ///< Sorted by word.
     std::unique_ptr<CandidateFinder> finder_;
     mutable QMutex memory_;

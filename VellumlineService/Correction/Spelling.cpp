@@ -4,8 +4,10 @@
 #include "VellumlineService/Correction/Line.h"
 #include "VellumlineService/Correction/Rules.h"
 #include "VellumlineService/Correction/SentenceScorer.h"
+#include "VellumlineService/Correction/SlipCost.h"
 
 #include <algorithm>
+#include <limits>
 #include <optional>
 
 namespace vellumline {
@@ -52,6 +54,29 @@ double variantCost(const Candidate& candidate, int british) {
     return other ? otherVariant : 0;
 }
 
+// A word that the writer uses is about as likely as a word that fits well.
+constexpr double gainOfOwnWord = 6;
+constexpr double mostCostOfOwnWord = 1.2;
+// Each is compared with each misspelt word.
+constexpr qsizetype mostOwnWords = 10'000;
+
+/// The word of the writer's own list that a misspelt one was most likely meant to be, with its gain.
+std::pair<QString, double> nearestOwnWord(const QString& lower, const PersonalDictionary::Words& own) {
+    std::pair<QString, double> nearest;
+    double least = mostCostOfOwnWord;
+    if (lower.size() < 4 || own.size() > mostOwnWords) {
+        return {{}, -std::numeric_limits<double>::infinity()};
+    }
+    for (auto word = own.begin(); word != own.end(); ++word) {
+        const double cost = slipCost(lower.toLatin1(), word.key().toLatin1(), least);
+        if (cost < least || (cost == least && word.value() < nearest.first)) {
+            least = cost;
+            nearest = {word.value(), gainOfOwnWord - slipWeight * cost};
+        }
+    }
+    return nearest.first.isEmpty() ? std::pair(QString(), -std::numeric_limits<double>::infinity()) : nearest;
+}
+
 /// "goin'", "payin'": speech written down.
 bool isClipped(const Line& line, int i) {
     return line.lower(i).endsWith(QStringLiteral("in")) &&
@@ -80,7 +105,7 @@ void applySpelling(Line& line, const RuleTools& tools) {
         }
     }
     // A line of mostly unknown words is another language or no prose at all.
-    if (unknown == 0 || line.looksLikeCode() || (unknown >= 3 && unknown * 5 > line.wordCount() * 2)) {
+    if (unknown == 0 || line.looksLikeCode() || (unknown >= 3 && unknown * 5 > line.wordCount() * 3)) {
         return;
     }
     const int british = variant(line, speller.model());
@@ -116,9 +141,64 @@ void applySpelling(Line& line, const RuleTools& tools) {
                 }
             }
         }
+        if (const auto [own, gain] = nearestOwnWord(token.lower, tools.personal); gain > best) {
+            better = own;
+        }
         if (!better.isEmpty()) {
             line.replace(i, better);
             scorer.reset();
+        }
+    }
+}
+
+void applyDictionarySpelling(Line& line, const RuleTools& tools) {
+    constexpr qsizetype shortestWord = 4;
+    constexpr double mostCost = 1.0;
+    // A word with a capital may be a name.
+    constexpr double mostCostOfCapital = 0.85;
+    constexpr double leastLead = 0.25;
+    // Hunspell takes up to a third of a second for each.
+    constexpr size_t mostWords = 10;
+    const Speller& speller = tools.speller;
+    std::vector<int> wrong;
+    int unknown = 0;
+    for (int i = 0; i < line.wordCount(); ++i) {
+        const Token& token = line.word(i);
+        const QString written = QString(token.text).replace(QChar(0x2019), u'\'');
+        if (speller.isKnown(written) || (token.startsSentence && speller.isKnown(token.lower))) {
+            continue;
+        }
+        ++unknown;
+        const auto capitals =
+            std::count_if(written.cbegin(), written.cend(), [](QChar c) { return c.isUpper(); });
+        const bool ours = written.front().isUpper() ? capitals == 1 : capitals == 0;
+        if (ours && written.size() >= shortestWord && !token.quotedAlone && !token.hyphenated &&
+            !written.contains(u'\'')) {
+            wrong.push_back(i);
+        }
+    }
+    if (line.looksLikeCode() || (unknown >= 3 && unknown * 5 > line.wordCount() * 3)) {
+        return;
+    }
+    wrong.resize(std::min(wrong.size(), mostWords));
+    for (const int i : wrong) {
+        const Token& token = line.word(i);
+        const bool capital = token.text.front().isUpper();
+        if (const QString own = nearestOwnWord(token.lower, tools.personal).first; !own.isEmpty()) {
+            line.replace(i, own);
+            continue;
+        }
+        const auto found = speller.candidates(token.text);
+        const bool clear = !found->empty() &&
+                           found->front().cost <= (capital ? mostCostOfCapital : mostCost) &&
+                           (found->size() < 2 || found->at(1).cost - found->front().cost >= leastLead);
+        // A name in a sentence does not become a common word.
+        if (clear && (!capital || token.startsSentence || found->front().text.front().isUpper())) {
+            QString better = found->front().text;
+            if (capital) {
+                better.front() = better.front().toUpper();
+            }
+            line.replaceExactly(i, better);
         }
     }
 }
