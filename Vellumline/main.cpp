@@ -1,4 +1,5 @@
 #include "Vellumline/AppStatus.h"
+#include "Vellumline/DoctorApp.h"
 #include "Vellumline/Platform/Linux/DBusApplication.h"
 #include "Vellumline/VellumlineApp.h"
 
@@ -124,7 +125,8 @@ int main(int argc, char** argv) {
         "Exit status: 0 done, 1 no answer, 64 wrong arguments, 69 not running or no display."));
     const QCommandLineOption help = parser.addHelpOption();
     const QCommandLineOption version = parser.addVersionOption();
-    const QCommandLineOption json(QStringLiteral("json"), QStringLiteral("With status: answer in JSON."));
+    const QCommandLineOption json(QStringLiteral("json"),
+                                  QStringLiteral("With status and doctor: answer in JSON."));
     parser.addOption(json);
     const QCommandLineOption noLocalService(
         QStringLiteral("no-local-service"),
@@ -150,9 +152,9 @@ int main(int argc, char** argv) {
         request = Request::of(parser.positionalArguments());
         if (request.wrong)
             return complain(*request.wrong, exitStatus::usage);
-        if (parser.isSet(json) && request.command != Command::status)
-            return complain(QStringLiteral("--json belongs to status"), exitStatus::usage);
-        if (request.command) {
+        if (parser.isSet(json) && request.command != Command::status && request.command != Command::doctor)
+            return complain(QStringLiteral("--json belongs to status and doctor"), exitStatus::usage);
+        if (request.command && request.command != Command::doctor) {
             const auto result =
                 handToRunningProgram(*request.command, parser.isSet(json) ? Form::json : Form::text);
             if (result)
@@ -162,7 +164,20 @@ int main(int argc, char** argv) {
     // The clipboard, the keys and the shortcut are the X server's; under a Wayland session with Xwayland too.
     if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
         qputenv("QT_QPA_PLATFORM", "xcb");
-    if (qgetenv("QT_QPA_PLATFORM") == "xcb" && !hasDisplay()) {
+    const bool display = qgetenv("QT_QPA_PLATFORM") != "xcb" || hasDisplay();
+    if (request.command == Command::doctor) {
+        // Without a display it has more to say than that.
+        if (!display)
+            qputenv("QT_QPA_PLATFORM", "offscreen");
+        const QApplication application(argc, argv);
+        QApplication::setApplicationDisplayName(QStringLiteral("Vellumline"));
+        QApplication::setQuitOnLastWindowClosed(false);
+        vellumline::DoctorApp doctor(parser.isSet(json) ? vellumline::DoctorApp::Form::json
+                                                        : vellumline::DoctorApp::Form::text);
+        doctor.start();
+        return QApplication::exec();
+    }
+    if (!display) {
         std::fputs("vellumline: there is no X11 display here; Wayland alone is not supported yet\n", stderr);
         return exitStatus::unavailable;
     }

@@ -64,6 +64,9 @@ bool GuardianProcess::start() {
     posix_spawn_file_actions_init(&actions);
     // Takes the close-on-exec flag off, also where the number is the same already (glibc 2.29).
     posix_spawn_file_actions_adddup2(&actions, ends[1], guardianMessages::socketDescriptor);
+    // It outlives this process: whoever reads what this one says would wait for the guardian's end too.
+    for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
+        posix_spawn_file_actions_addopen(&actions, stream, "/dev/null", O_RDWR, 0);
     const QByteArray path = program_.toLocal8Bit();
     std::array<char*, 2> arguments{const_cast<char*>(path.constData()), nullptr};
     pid_t process = 0;
