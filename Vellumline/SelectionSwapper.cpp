@@ -1,5 +1,6 @@
 #include "Vellumline/SelectionSwapper.h"
 
+#include "Vellumline/StepTimes.h"
 #include "VellumlineCore/HotkeyBinding.h"
 
 #include <QScopeGuard>
@@ -18,6 +19,7 @@ SelectionSwapper::SelectionSwapper(TokenStore& store, Accessibility& accessibili
 QCoro::Task<RewriteOutcome> SelectionSwapper::rewrite() {
     using Problem = RewriteProblem::Kind;
 
+    markStep(clock_, "begun");
     const std::optional<AuthSession> session = co_await store_.session();
     if (!session)
         co_return RewriteOutcome::signedOut();
@@ -28,6 +30,7 @@ QCoro::Task<RewriteOutcome> SelectionSwapper::rewrite() {
     }
 
     const ProbeAnswer answer = co_await probe_.focused();
+    markStep(clock_, "probed");
     switch (answer.kind) {
     case ProbeAnswer::Kind::secure:
         co_return RewriteOutcome::problem(Problem::secureField);
@@ -41,6 +44,7 @@ QCoro::Task<RewriteOutcome> SelectionSwapper::rewrite() {
     }
 
     const ClipboardSnapshot snapshot = co_await ClipboardSnapshot::capture(pasteboard_);
+    markStep(clock_, "snapshot");
     // Copying would take the pasteboard from an owner that we could not read: what the user had would be
     // lost.
     if (snapshot.completeness() == ClipboardSnapshot::Completeness::unreadable)
@@ -50,6 +54,7 @@ QCoro::Task<RewriteOutcome> SelectionSwapper::rewrite() {
         co_return RewriteOutcome::problem(Problem::failed);
 
     co_await guardian_.hold(snapshot.items());
+    markStep(clock_, "guarded");
     const std::optional<CapturedSelection> captured = co_await copySelection(snapshot);
     guardian_.settle();
 
@@ -78,7 +83,9 @@ QCoro::Task<RewriteOutcome> SelectionSwapper::correct(QString text, std::optiona
                                                       ClipboardSnapshot snapshot, ProbeTarget target) {
     using Problem = RewriteProblem::Kind;
 
+    markStep(clock_, "asking");
     const APIResult<RewriteReply> reply = co_await client_.rewrite(text);
+    markStep(clock_, "answered");
     if (!reply) {
         switch (reply.error()) {
         case APIError::signedOut:
@@ -136,15 +143,19 @@ QCoro::Task<RewriteOutcome> SelectionSwapper::paste(QString text, std::optional<
         co_return RewriteOutcome::problem(RewriteProblem::Kind::failed);
     }
     const qint64 ours = pasteboard_.changeCount();
+    markStep(clock_, "written");
     // The user may have turned elsewhere while the service thought, or copied something.
     const bool stillThere = co_await probe_.isStillThere(target);
     if (!stillThere || pasteboard_.changeCount() != ours) {
         co_await giveBack(snapshot, ours, text);
         co_return RewriteOutcome::problem(RewriteProblem::Kind::failed);
     }
+    markStep(clock_, "same place");
     keyEvents_.postCommand(KeyCode::v);
+    markStep(clock_, "paste posted");
     co_await clock_.sleepFor(pasteDelay());
     co_await giveBack(snapshot, ours, text);
+    markStep(clock_, "given back");
     co_return RewriteOutcome::rewrote();
 }
 
@@ -168,7 +179,9 @@ QCoro::Task<std::optional<CapturedSelection>> SelectionSwapper::copySelection(Cl
     const auto returned = qScopeGuard([this] { --borrowed_; });
     const qint64 start = pasteboard_.changeCount();
     keyEvents_.postCommand(KeyCode::c);
+    markStep(clock_, "copy posted");
     const bool changed = co_await waitForChange(start);
+    markStep(clock_, "settled");
     if (!changed)
         co_return std::nullopt;
 
@@ -182,6 +195,7 @@ QCoro::Task<std::optional<CapturedSelection>> SelectionSwapper::copySelection(Cl
             html = co_await pasteboard_.data(PasteboardType::html);
         font = SelectionStyle::font(rtf, html);
     }
+    markStep(clock_, "copy read");
     co_await ClipboardSnapshot::restore(snapshot, pasteboard_);
     if (!text)
         co_return std::nullopt;
@@ -194,9 +208,10 @@ QCoro::Task<bool> SelectionSwapper::waitForChange(qint64 start) {
     std::optional<std::chrono::nanoseconds> lastChange;
     while (clock_.monotonic() < deadline) {
         const qint64 count = pasteboard_.changeCount();
-        if (count != last)
+        if (count != last) {
             lastChange = clock_.monotonic();
-        else if (lastChange && clock_.monotonic() - *lastChange >= settleTime)
+            markStep(clock_, "changed");
+        } else if (lastChange && clock_.monotonic() - *lastChange >= settleTime)
             co_return true;
         last = count;
         co_await clock_.sleepFor(pollInterval);

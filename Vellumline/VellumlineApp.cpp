@@ -127,7 +127,7 @@ struct VellumlineApp::Parts {
     QtKeyMonitor keyMonitor{VirtualKeyCodes::virtualKeyCode, [this](std::uint32_t scanCode) {
                                 return keyEvents ? keyEvents->characters(scanCode) : QString();
                             }};
-    XdgAutostart autostart{{QStringLiteral("com.kelthorne.vellumline"),
+    XdgAutostart autostart{{QStringLiteral("com.kelthorne.Vellumline"),
                             QStringLiteral("Vellumline"),
                             {QCoreApplication::applicationFilePath()}}};
     PromptPanel prompts;

@@ -185,7 +185,7 @@ int main(int argc, char** argv) {
     watchSignals();
     QApplication application(argc, argv);
     QApplication::setApplicationDisplayName(QStringLiteral("Vellumline"));
-    QApplication::setDesktopFileName(QStringLiteral("com.kelthorne.vellumline"));
+    QApplication::setDesktopFileName(QStringLiteral("com.kelthorne.Vellumline"));
     QApplication::setQuitOnLastWindowClosed(false);
 
     vellumline::VellumlineApp app(

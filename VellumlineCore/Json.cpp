@@ -5,9 +5,22 @@
 
 namespace vellumline {
 
+namespace {
+
+/// Qt takes the zero width no-break space that a string begins with for the mark of an encoding, and drops it
+/// (seen with 6.4); escaped it is kept.
+QByteArray withEscapedMarks(QByteArray data) {
+    static const QByteArray mark("\xEF\xBB\xBF");
+    const bool isMarked = data.startsWith(mark);
+    data.replace(mark, "\\ufeff");
+    return isMarked ? data.mid(6) : data;
+}
+
+} // namespace
+
 JsonReader::JsonReader(const QByteArray& data) {
     QJsonParseError error;
-    const QJsonDocument document = QJsonDocument::fromJson(data, &error);
+    const QJsonDocument document = QJsonDocument::fromJson(withEscapedMarks(data), &error);
     failed_ = error.error != QJsonParseError::NoError || !document.isObject();
     if (!failed_)
         object_ = document.object();

@@ -65,7 +65,7 @@ class StandIn(http.server.ThreadingHTTPServer):
 class Keyboard:
     """Key strokes through XTEST without starting a process for each, and a look at who holds a shortcut."""
 
-    CONTROL, ALT, R = 37, 64, 27  # evdev key codes of a pc105 keyboard, which Xvfb has
+    CONTROL, ALT, R, T, Y = 37, 64, 27, 28, 29  # evdev key codes of a pc105 keyboard, which Xvfb has
     CONTROL_AND_ALT = 4 | 8
 
     class Cookie(ctypes.Structure):
@@ -91,29 +91,29 @@ class Keyboard:
         self.test.xcb_test_fake_input(self.connection, ctypes.c_uint8(2 if down else 3), ctypes.c_uint8(code), 0, 0, 0, 0, 0)
         self.xcb.xcb_flush(self.connection)
 
-    def press_shortcut(self, held_seconds=0.08):
-        """Presses Ctrl+Alt+R as a hand does, some 80 ms long; answers when R went down."""
+    def press_shortcut(self, key=R, held_seconds=0.08):
+        """Presses Ctrl, Alt and a key as a hand does, some 80 ms long; answers when the key went down."""
         self.key(self.CONTROL, True)
         self.key(self.ALT, True)
         time.sleep(0.02)
         pressed = time.monotonic()
-        self.key(self.R, True)
+        self.key(key, True)
 
         def release():
             time.sleep(held_seconds)
-            for code in (self.R, self.ALT, self.CONTROL):
+            for code in (key, self.ALT, self.CONTROL):
                 self.key(code, False)
 
         threading.Thread(target=release).start()
         return pressed
 
-    def shortcut_is_taken(self):
+    def shortcut_is_taken(self, key=R):
         # With the server grabbed nobody can find our own attempt in the way.
         self.xcb.xcb_grab_server(self.connection)
-        cookie = self.xcb.xcb_grab_key_checked(self.connection, 0, self.root, self.CONTROL_AND_ALT, self.R, 1, 1)
+        cookie = self.xcb.xcb_grab_key_checked(self.connection, 0, self.root, self.CONTROL_AND_ALT, key, 1, 1)
         error = self.xcb.xcb_request_check(self.connection, cookie)
         if not error:
-            self.xcb.xcb_ungrab_key(self.connection, self.R, self.root, self.CONTROL_AND_ALT)
+            self.xcb.xcb_ungrab_key(self.connection, key, self.root, self.CONTROL_AND_ALT)
         self.xcb.xcb_ungrab_server(self.connection)
         self.xcb.xcb_flush(self.connection)
         return bool(error)

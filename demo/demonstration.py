@@ -207,7 +207,7 @@ def main():
         wait_for("the program to be on the session bus", 15,
                  lambda: b"true" in (run("gdbus", "call", "--session", "--dest", "org.freedesktop.DBus", "--object-path",
                                          "/org/freedesktop/DBus", "--method", "org.freedesktop.DBus.NameHasOwner",
-                                         "com.kelthorne.vellumline") or b"")
+                                         "com.kelthorne.Vellumline") or b"")
                  or (program.poll() is not None and _ended(program, programs)))
         say(f"ok       Vellumline is on the session bus after {(time.monotonic() - begin) * 1000:.0f} ms")
 

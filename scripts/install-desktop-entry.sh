@@ -9,7 +9,7 @@ program=$(readlink -f "${1:?usage: install-desktop-entry.sh PROGRAM}")
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 data=${XDG_DATA_HOME:-$HOME/.local/share}
 config=${XDG_CONFIG_HOME:-$HOME/.config}
-identifier=com.kelthorne.vellumline
+identifier=com.kelthorne.Vellumline
 mkdir -p "$data/applications" "$data/dbus-1/services" "$config"
 
 # A quoted Exec line is right by the specification, but xdg-open outside of the large desktops splits it at spaces and
@@ -44,6 +44,9 @@ install_from() {
 }
 install_from "$identifier.desktop.in" "$entry_exec" "$data/applications/$identifier.desktop"
 install_from "$identifier.service.in" "$service_exec" "$data/dbus-1/services/$identifier.service"
+
+# The name that earlier builds used: two entries would be two handlers of the link.
+rm -f "$data/applications/com.kelthorne.vellumline.desktop" "$data/dbus-1/services/com.kelthorne.vellumline.service"
 
 # dbus-daemon looks again when it is asked for a name that it does not know, but not every message bus does.
 if command -v gdbus >/dev/null && [ -n "${DBUS_SESSION_BUS_ADDRESS:-}" ]; then

@@ -6,7 +6,7 @@ Usage: make-inflections.py CORPUS_DIRECTORY OUTPUT
 CORPUS_DIRECTORY holds agid.txt.xz (Automatically Generated Inflection Database) and texts, *.txt.xz, one sentence a
 line. Written is OUTPUT, sorted by form, so that a form is found by halving in the mapped file:
 
-    form TAB reading,reading…      a reading is lemma:codes
+    form TAB reading,reading…      a reading is lemma:codes; that of the commonest lemma stands first
 
 Codes: verbs b (base), d (past), n (past participle), g (-ing), z (third person); nouns s (singular), p (plural);
 adjectives and adverbs a (plain), r (-er), t (-est). The form that is preferred for a lemma has its code in upper case.
@@ -110,7 +110,8 @@ def main():
                             add(form, lemma, code, at == 0)
     with open(output, "w", encoding="ascii") as out:
         for form in sorted(readings):
-            cells = [f"{lemma}:{''.join(codes)}" for lemma, codes in sorted(readings[form].items())]
+            commonest = sorted(readings[form].items(), key=lambda reading: (-words[reading[0]], reading[0]))
+            cells = [f"{lemma}:{''.join(codes)}" for lemma, codes in commonest]
             out.write(f"{form}\t{','.join(cells)}\n")
 
 

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Installs the Debian packages of the named groups that are missing, and nothing when none is: no network then.
 #
-#   packages.sh [--list] GROUP…        groups: build run demo test check train
+#   packages.sh [--list] GROUP…        groups: build run demo test bench check train
 set -euo pipefail
 
 declare -A packages
@@ -25,6 +25,8 @@ packages[demo]="
 packages[test]="
     libqt6sql6-psql postgresql xinput x11-apps xfwm4 openssl tint2 trayer xfce4-panel lxqt-panel python3-pil python3-xdg faketime xbindkeys
     kate gedit gnome-text-editor libreoffice-writer libreoffice-gtk3 firefox-esr xterm xfce4-terminal plasma-workspace"
+# What benchmarks/peers compares with; it leaves out what is not there.
+packages[bench]="xbindkeys xdotool xclip curl jq copyq"
 # What builds the language model anew; nothing else needs it.
 packages[train]="scowl xz-utils"
 packages[check]="git clang clang-tidy clang-format libclang-rt-14-dev llvm shellcheck"

@@ -1,6 +1,7 @@
 #include "VellumlineService/Correction/AnswerCheck.h"
 
 #include <QChar>
+#include <QHash>
 #include <QRegularExpression>
 #include <algorithm>
 #include <array>
@@ -19,11 +20,11 @@ namespace {
 constexpr int similarCost = 1;
 constexpr int lostOrNewCost = 3;
 constexpr int otherWordCost = 6;
-// Articles, auxiliaries and prepositions come and go in ones and twos; a clause does not.
-constexpr int longestLostOrNew = 3;
+// Articles, auxiliaries and prepositions come and go in ones and twos; a clause does not, and a short line
+// has no three words to spare.
+constexpr int longestNew = 3;
 constexpr int longestOther = 7;
-// Of one line. Each pair of words is compared: a thousand take up to a second on a slow machine. The longest
-// text that the service takes has some 700.
+// Of one line. Each pair of words is compared. The longest text that the service takes has some 700.
 constexpr qsizetype comparableWords = 1'000;
 
 int allowedCost(qsizetype words) {
@@ -65,7 +66,7 @@ const QRegularExpression& protectedPattern() {
             // numbers
             "|\\d++(?:[.,:/-]\\d++)*+"
             // symbols, currencies, emoji, and what cannot be seen
-            "|[\\p{So}\\p{Sc}%\\p{Cf}\\p{Co}]"),
+            "|[\\p{So}\\p{Sc}\\p{Sm}%\\p{Cf}\\p{Co}]"),
         QRegularExpression::UseUnicodePropertiesOption);
     return pattern;
 }
@@ -156,39 +157,91 @@ std::vector<Word> wordsOf(const QString& line) {
     return words;
 }
 
-/// Whether one can be a misspelling of the other: at most half of the longer one differs.
-bool similar(const Word& left, const Word& right) {
-    const QString& shorter = left.core.size() < right.core.size() ? left.core : right.core;
-    const QString& longer = left.core.size() < right.core.size() ? right.core : left.core;
-    constexpr qsizetype longest = 64;
-    const auto limit = static_cast<int>(longer.size() / 2);
-    if (longer.size() > longest || longer.size() - shorter.size() > limit ||
-        std::popcount(left.letters & ~right.letters) > limit ||
-        std::popcount(right.letters & ~left.letters) > limit) {
-        return false;
-    }
-    // Two letters in the wrong order are one slip (optimal string alignment).
-    std::array<std::array<int, longest + 1>, 3> rows{};
-    for (int j = 0; j <= shorter.size(); ++j) {
-        rows[0][static_cast<size_t>(j)] = j;
-    }
-    for (int i = 1; i <= longer.size(); ++i) {
-        auto& row = rows[static_cast<size_t>(i % 3)];
-        const auto& above = rows[static_cast<size_t>((i + 2) % 3)];
-        const auto& twoAbove = rows[static_cast<size_t>((i + 1) % 3)];
-        row[0] = i;
-        for (int j = 1; j <= shorter.size(); ++j) {
-            const auto at = static_cast<size_t>(j);
-            const bool same = longer.at(i - 1) == shorter.at(j - 1);
-            row[at] = std::min({above[at - 1] + (same ? 0 : 1), above[at] + 1, row[at - 1] + 1});
-            if (i > 1 && j > 1 && longer.at(i - 1) == shorter.at(j - 2) &&
-                longer.at(i - 2) == shorter.at(j - 1)) {
-                row[at] = std::min(row[at], twoAbove[at - 2] + 1);
-            }
+/// Compares one word after the other with many. What there is to compare grows with the square of a text's
+/// words, so that a pair has to cost little: Hyyrö's bit vectors (2003) hold a whole column of the table.
+class Similarity {
+  public:
+    Similarity(const std::vector<Word>& from, const std::vector<Word>& to)
+        : from_(from), to_(to), fromSigns_(signsOf(from)), toSigns_(signsOf(to)),
+          places_(static_cast<size_t>(numbers_.size()), 0) {}
+
+    /// The word of the line that the next comparisons are about.
+    void choose(size_t row) {
+        for (const size_t sign : fromSigns_[row_]) {
+            places_[sign] = 0;
+        }
+        row_ = row;
+        const auto length = std::min<size_t>(fromSigns_[row].size(), longest);
+        for (size_t i = 0; i < length; ++i) {
+            places_[fromSigns_[row][i]] |= quint64(1) << i;
         }
     }
-    return rows[static_cast<size_t>(longer.size() % 3)][static_cast<size_t>(shorter.size())] <= limit;
-}
+
+    /// Whether the chosen word and this one of the answer can be misspellings of each other: at most half of
+    /// the longer one differs.
+    bool contains(size_t column) const {
+        const Word& left = from_[row_];
+        const Word& right = to_[column];
+        const auto [shorter, longer] = std::minmax({left.core.size(), right.core.size()});
+        const auto limit = static_cast<int>(longer / 2);
+        return longer <= static_cast<qsizetype>(longest) && longer - shorter <= limit &&
+               std::popcount(left.letters & ~right.letters) <= limit &&
+               std::popcount(right.letters & ~left.letters) <= limit && distance(column) <= limit;
+    }
+
+  private:
+    static constexpr size_t longest = 64;
+
+    std::vector<std::vector<size_t>> signsOf(const std::vector<Word>& words) {
+        std::vector<std::vector<size_t>> signs;
+        for (const Word& word : words) {
+            std::vector<size_t>& own = signs.emplace_back();
+            for (const QChar c : word.core) {
+                const auto number = numbers_.constFind(c);
+                own.push_back(number != numbers_.constEnd()
+                                  ? *number
+                                  : *numbers_.insert(c, static_cast<size_t>(numbers_.size())));
+            }
+        }
+        return signs;
+    }
+
+    /// Two letters in the wrong order are one slip (optimal string alignment).
+    int distance(size_t column) const {
+        const size_t length = fromSigns_[row_].size();
+        if (length == 0) {
+            return static_cast<int>(toSigns_[column].size());
+        }
+        quint64 zero = 0;
+        quint64 up = ~quint64(0);
+        quint64 down = 0;
+        quint64 before = 0;
+        auto cost = static_cast<int>(length);
+        for (const size_t sign : toSigns_[column]) {
+            const quint64 here = places_[sign];
+            const quint64 swapped = ((~zero & here) << 1) & before;
+            zero = (((here & up) + up) ^ up) | here | down | swapped;
+            quint64 right = down | ~(zero | up);
+            quint64 left = zero & up;
+            cost +=
+                static_cast<int>((right >> (length - 1)) & 1) - static_cast<int>((left >> (length - 1)) & 1);
+            right = (right << 1) | 1;
+            left <<= 1;
+            up = left | ~(zero | right);
+            down = right & zero;
+            before = here;
+        }
+        return cost;
+    }
+
+    const std::vector<Word>& from_;
+    const std::vector<Word>& to_;
+    QHash<QChar, size_t> numbers_; ///< Of each sign that one of the words has.
+    const std::vector<std::vector<size_t>> fromSigns_;
+    const std::vector<std::vector<size_t>> toSigns_;
+    std::vector<quint64> places_; ///< Of each sign in the chosen word.
+    size_t row_ = 0;
+};
 
 /// How a line became its answer, word by word.
 struct Alignment {
@@ -207,10 +260,14 @@ Alignment align(const std::vector<Word>& from, const std::vector<Word>& to) {
     // Joined and split words look two rows back.
     std::array<std::vector<int>, 3> costs;
     costs.fill(std::vector<int>(columns + 1, 0));
+    Similarity similarity(from, to);
     for (size_t i = 0; i <= rows; ++i) {
         std::vector<int>& row = costs[i % 3];
         const std::vector<int>& above = costs[(i + 2) % 3];
         const std::vector<int>& twoAbove = costs[(i + 1) % 3];
+        if (i > 0) {
+            similarity.choose(i - 1);
+        }
         for (size_t j = 0; j <= columns; ++j) {
             if (i == 0 && j == 0) {
                 row[0] = 0;
@@ -233,7 +290,7 @@ Alignment align(const std::vector<Word>& from, const std::vector<Word>& to) {
                     // Another word costs as much as one lost and one new; the look at the letters is for the
                     // rest.
                     if (above[j - 1] + similarCost < std::min(above[j], row[j - 1]) + lostOrNewCost &&
-                        similar(left, right)) {
+                        similarity.contains(j - 1)) {
                         offer(above[j - 1] + similarCost, like);
                     }
                     offer(above[j - 1] + otherWordCost, other);
@@ -303,6 +360,10 @@ Alignment align(const std::vector<Word>& from, const std::vector<Word>& to) {
     return alignment;
 }
 
+int longestLost(qsizetype words) {
+    return words < 6 ? 1 : words < 12 ? 2 : 3;
+}
+
 bool isOnlySpace(QStringView text) {
     return std::all_of(text.begin(), text.end(), [](QChar c) { return c.isSpace(); });
 }
@@ -317,8 +378,10 @@ bool hasLongGap(const Alignment& alignment) {
     qsizetype line = 0;
     qsizetype lost = 0;
     qsizetype added = 0;
-    const auto tooLong = [&lost, &added] {
-        const bool found = std::abs(lost - added) > longestLostOrNew || std::max(lost, added) > longestOther;
+    const int mayBeLost = longestLost(static_cast<qsizetype>(alignment.kept.size()));
+    const auto tooLong = [&lost, &added, mayBeLost] {
+        const bool found =
+            lost - added > mayBeLost || added - lost > longestNew || std::max(lost, added) > longestOther;
         lost = added = 0;
         return found;
     };
@@ -377,6 +440,33 @@ bool hasComment(const QString& answer, const std::vector<Word>& words, const Ali
            (last + 1 < words.size() && endKept && hasPunctuation(between(last)));
 }
 
+/// Capitals at the beginnings of words come and go ("i live in new york"); a line that shouts is another one.
+bool shouts(const QString& line, const std::vector<Word>& from, const QString& answer,
+            const std::vector<Word>& to, const Alignment& alignment) {
+    qsizetype changed = 0;
+    for (size_t j = 0; j < to.size(); ++j) {
+        if (alignment.source[j] < 0) {
+            continue;
+        }
+        const Word& word = from[static_cast<size_t>(alignment.source[j])];
+        if (word.core == to[j].core) {
+            const auto capitals = [](QStringView text) {
+                return std::count_if(text.begin() + 1, text.end(), [](QChar c) { return c.isUpper(); });
+            };
+            changed += capitals(QStringView(line).mid(word.start, word.end - word.start)) !=
+                               capitals(QStringView(answer).mid(to[j].start, to[j].end - to[j].start))
+                           ? 1
+                           : 0;
+        }
+    }
+    return changed > std::max<qsizetype>(1, static_cast<qsizetype>(from.size()) / 5);
+}
+
+/// Signs between the words: a correction adds a comma here and there.
+qsizetype punctuationCount(const QString& line) {
+    return std::count_if(line.begin(), line.end(), [](QChar c) { return c.isPunct(); });
+}
+
 CheckedAnswer checkLine(const QString& line, const QString& answer) {
     if (line == answer) {
         return {AnswerVerdict::accepted, answer};
@@ -396,7 +486,9 @@ CheckedAnswer checkLine(const QString& line, const QString& answer) {
     if (hasComment(answer, to, alignment)) {
         return {AnswerVerdict::comment};
     }
-    if (alignment.cost > allowedCost(static_cast<qsizetype>(from.size())) || hasLongGap(alignment)) {
+    if (alignment.cost > allowedCost(static_cast<qsizetype>(from.size())) || hasLongGap(alignment) ||
+        shouts(line, from, answer, to, alignment) ||
+        punctuationCount(answer) > punctuationCount(line) + 2 + static_cast<qsizetype>(from.size()) / 3) {
         return {AnswerVerdict::otherText};
     }
     // Engines like to put one space where the writer has two, or a tab.
@@ -421,29 +513,27 @@ CheckedAnswer checkLine(const QString& line, const QString& answer) {
     return {AnswerVerdict::accepted, text};
 }
 
-/// Signs that a correction does not add: they make markup, a quotation or an aside of the text.
-bool addsSigns(const QString& text, const QString& answer) {
-    static const QString never = QStringLiteral("[]{}<>*`#|~^\\=_@:");
-    for (const QChar sign : never) {
-        if (answer.count(sign) > text.count(sign)) {
+/// Signs that a correction leaves alone: they make markup, a quotation or an aside of the text.
+bool changesSigns(const QString& text, const QString& answer) {
+    const auto count = [](const QString& in, const QString& signs) {
+        return std::count_if(in.begin(), in.end(), [&signs](QChar c) { return signs.contains(c); });
+    };
+    static const QString markup = QStringLiteral("[]{}<>*`#|~^\\=_@");
+    for (const QChar sign : markup) {
+        if (answer.count(sign) != text.count(sign)) {
             return true;
         }
     }
-    const auto balanced = [&](const QString& opening, const QString& closing) {
-        const auto count = [](const QString& in, const QString& signs) {
-            return std::count_if(in.begin(), in.end(), [&signs](QChar c) { return signs.contains(c); });
-        };
-        const auto opened = count(text, opening);
-        const auto closed = count(text, closing);
-        const bool oneIsMissing = opening == closing ? opened % 2 != 0 : opened != closed;
-        const auto allowed = oneIsMissing ? 1 : 0;
-        const auto before = opening == closing ? opened : opened + closed;
-        const auto after =
-            opening == closing ? count(answer, opening) : count(answer, opening) + count(answer, closing);
-        return after <= before + allowed;
-    };
-    const QString quotes = QStringLiteral("\"\u201c\u201d\u201e\u00ab\u00bb");
-    return !balanced(QStringLiteral("("), QStringLiteral(")")) || !balanced(quotes, quotes);
+    // One that is missing may be put in, one too many taken away.
+    static const QString quotes = QStringLiteral("\"\u201c\u201d\u201e\u00ab\u00bb");
+    const auto quoted = count(text, quotes);
+    const auto opened = text.count(u'(');
+    const auto closed = text.count(u')');
+    const auto asides = answer.count(u'(') + answer.count(u')');
+    // "Corrected: …" begins with a sign that hardly ever is what is missing.
+    return answer.count(u':') > text.count(u':') ||
+           std::abs(count(answer, quotes) - quoted) > (quoted % 2 != 0 ? 1 : 0) ||
+           std::abs(asides - opened - closed) > (opened != closed ? 1 : 0);
 }
 
 bool isQuote(QChar c) {
@@ -555,7 +645,7 @@ CheckedAnswer checkAnswer(const QString& text, const QString& answer) {
             return {AnswerVerdict::lines};
         }
     }
-    if (addsSigns(whole.content, trimmed) || (isWrapped(trimmed) && !isWrapped(whole.content))) {
+    if (changesSigns(whole.content, trimmed) || (isWrapped(trimmed) && !isWrapped(whole.content))) {
         return {AnswerVerdict::characters};
     }
     const auto scripts = scriptsOf(whole.content);

@@ -91,6 +91,14 @@ bool Inflections::is(const QString& word, Form form) const {
     return hasCode(word, static_cast<char>(form));
 }
 
+bool Inflections::prefers(const QString& word, Form form) const {
+    const std::string bytes = word.toStdString();
+    const auto code = static_cast<char>(std::toupper(static_cast<unsigned char>(form)));
+    return anyReading(readings(bytes), [&](std::string_view, std::string_view codes) {
+        return codes.find(code) != std::string_view::npos;
+    });
+}
+
 QString Inflections::lemma(const QString& word, Form form) const {
     QString preferred;
     QString other;

@@ -28,8 +28,10 @@ class Inflections {
 
     /// Whether the word can be that form of any lemma.
     bool is(const QString& word, Form form) const;
-    /// The lemma that the word is a form of; a lemma that prefers this form comes first. Empty when there is
-    /// none.
+    /// Whether it is the form that a lemma prefers: of "drink" the participle is "drunk", and rarely "drank".
+    bool prefers(const QString& word, Form form) const;
+    /// The lemma that the word is a form of: one that prefers this form before others, a common one before a
+    /// rare one. Empty when there is none.
     QString lemma(const QString& word, Form form) const;
     /// The preferred form of a lemma; empty when it has none.
     QString form(const QString& lemma, Form form) const;

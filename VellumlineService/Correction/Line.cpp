@@ -75,7 +75,7 @@ const QSet<QString>& abbreviations() {
 } // namespace
 
 Line::Line(const QString& text, bool startsSentence, const Tagger& tagger)
-    : tagger_(tagger), curlyApostrophes_(text.contains(curlyApostrophe)) {
+    : tagger_(tagger), startsSentence_(startsSentence), curlyApostrophes_(text.contains(curlyApostrophe)) {
     tokenize(text);
     index(startsSentence);
 }
@@ -240,6 +240,16 @@ QString Line::follows(int i) const {
                : QString();
 }
 
+QString Line::gapBefore(int i) const {
+    QString gap;
+    if (i > 0 && i < wordCount()) {
+        for (int at = words_[static_cast<size_t>(i) - 1] + 1; at < words_[static_cast<size_t>(i)]; ++at) {
+            gap += tokens_[static_cast<size_t>(at)].text;
+        }
+    }
+    return gap;
+}
+
 QString Line::before(int i) const {
     return follows(i).isEmpty() ? QString() : lower(i - 1);
 }
@@ -324,6 +334,51 @@ void Line::insertSignAfter(int i, QChar sign) {
         ++words_[later];
     }
     changed(word(i).text, word(i).text + sign);
+}
+
+void Line::closeUpSigns() {
+    if (looksLikeCode_) {
+        return;
+    }
+    bool closed = false;
+    const auto kindAt = [&](size_t i) { return i < tokens_.size() ? tokens_[i].kind : Token::Kind::space; };
+    for (size_t i = 1; i + 1 < tokens_.size(); ++i) {
+        const QString sign = tokens_[i + 1].text;
+        if (tokens_[i].text != QStringLiteral(" ") || kindAt(i + 1) != Token::Kind::punctuation ||
+            !QStringView(u",.;?!").contains(sign) || kindAt(i - 1) != Token::Kind::word) {
+            continue;
+        }
+        const bool lastOfText = kindAt(i + 2) == Token::Kind::space;
+        const bool comma = sign == QStringLiteral(",") && kindAt(i + 2) == Token::Kind::word;
+        if (!lastOfText && !comma) {
+            continue;
+        }
+        const QString before = tokens_[i - 1].text + u' ' + sign;
+        const QString after = tokens_[i - 1].text + sign;
+        if (comma) {
+            std::swap(tokens_[i], tokens_[i + 1]);
+        } else {
+            tokens_.erase(tokens_.begin() + static_cast<ptrdiff_t>(i));
+        }
+        changed(before, after);
+        closed = true;
+    }
+    if (closed) {
+        index(startsSentence_);
+    }
+}
+
+void Line::endWithQuestionMark() {
+    for (auto token = tokens_.rbegin(); token != tokens_.rend(); ++token) {
+        if (token->kind == Token::Kind::punctuation && token->text == QStringLiteral(".")) {
+            token->text = QStringLiteral("?");
+            changed(QStringLiteral("."), QStringLiteral("?"));
+            return;
+        }
+        if (token->kind != Token::Kind::space) {
+            return;
+        }
+    }
 }
 
 Tag Line::tag(int i) const {

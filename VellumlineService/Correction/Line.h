@@ -61,6 +61,8 @@ class Line {
     Tag tag(int i) const;
     /// The part behind the apostrophe: `Tag::possessive` in "John's book"; `Tag::other` where there is none.
     Tag cliticTag(int i) const;
+    /// What stands between the word and the one before.
+    QString gapBefore(int i) const;
     /// Whether only one space stands between the word and the one before.
     bool isNextTo(int i) const { return !follows(i).isEmpty(); }
     /// Whether a sentence's or clause's punctuation, or the line's end, follows the word.
@@ -77,6 +79,10 @@ class Line {
     void insertBefore(int i, const QString& lowerWord);
     /// Puts a sign right behind the word.
     void insertSignAfter(int i, QChar sign);
+    /// Takes away the space in front of commas and stops, and puts one behind a comma that a word follows.
+    void closeUpSigns();
+    /// Makes the last full stop a question mark.
+    void endWithQuestionMark();
     /// Takes a word out with the space before it, or after it at the start.
     void remove(int i);
     /// The changes since the last call.
@@ -94,6 +100,7 @@ class Line {
     const Tagger& tagger_;
     // The tags of the words, made when they are asked for; empty after a change.
     mutable std::vector<std::pair<Tag, Tag>> tags_;
+    const bool startsSentence_;
     bool looksLikeCode_ = false;
     bool curlyApostrophes_ = false;
 };

@@ -1,6 +1,8 @@
 #include "VellumlineService/Correction/Rules.h"
 
 #include "VellumlineService/Correction/Confusions.h"
+#include "VellumlineService/Correction/RuleFamilies.h"
+#include "VellumlineService/Correction/RuleHelpers.h"
 #include "VellumlineService/Correction/Spelling.h"
 
 #include <QHash>
@@ -10,57 +12,6 @@
 namespace vellumline {
 
 namespace {
-
-using Words = QSet<QString>;
-using Table = QHash<QString, QString>;
-
-Words words(const char* text) {
-    const QStringList list = QString::fromLatin1(text).split(u' ', Qt::SkipEmptyParts);
-    return {list.cbegin(), list.cend()};
-}
-
-/// "wrong:right wrong:right", with "_" for a space.
-Table table(const char* text) {
-    Table made;
-    const QStringList pairs = QString::fromLatin1(text).split(u' ', Qt::SkipEmptyParts);
-    for (const QString& pair : pairs) {
-        const qsizetype colon = pair.indexOf(u':');
-        made.insert(pair.left(colon), pair.mid(colon + 1).replace(u'_', u' '));
-    }
-    return made;
-}
-
-bool is(const QString& word, const char* text) {
-    return word == QLatin1String(text);
-}
-
-bool isAscii(const QString& word) {
-    return std::all_of(word.cbegin(), word.cend(), [](QChar c) { return c.unicode() < 128; });
-}
-
-/// A name, an acronym, a word that is talked about, a part of a compound: not ours to judge.
-bool isProtected(const Token& token) {
-    if (token.quotedAlone || token.hyphenated || !isAscii(token.lower)) {
-        return true;
-    }
-    const auto capitals =
-        std::count_if(token.text.cbegin(), token.text.cend(), [](QChar c) { return c.isUpper(); });
-    return capitals > 1 || (capitals == 1 && !token.startsSentence);
-}
-
-const Table& pastToBase() {
-    static const Table made =
-        table("went:go came:come ate:eat took:take wrote:write gave:give knew:know drove:drive began:begin "
-              "ran:run sang:sing "
-              "swam:swim spoke:speak forgot:forget chose:choose flew:fly threw:throw grew:grow wore:wear "
-              "drank:drink "
-              "bought:buy brought:bring caught:catch taught:teach told:tell sold:sell made:make had:have "
-              "paid:pay said:say "
-              "kept:keep slept:sleep met:meet sent:send spent:spend built:build lost:lose got:get "
-              "understood:understand "
-              "won:win knew:know became:become stole:steal broke:break woke:wake rode:ride");
-    return made;
-}
 
 const Table& pastToParticiple() {
     static const Table made =
@@ -72,51 +23,12 @@ const Table& pastToParticiple() {
     return made;
 }
 
-const Words& numbersAboveOne() {
-    static const Words made = words("two three four five six seven eight nine ten eleven twelve thirteen "
-                                    "fourteen fifteen sixteen seventeen "
-                                    "eighteen nineteen twenty thirty forty fifty sixty seventy eighty ninety "
-                                    "many several few these those");
-    return made;
-}
-
 const Words& clauseWords() {
     static const Words made =
         words("and or in on at for from to of with that who which were are was is have had do "
               "yesterday today tomorrow tonight ago here there but because when while before "
               "after by belongs belong last every this");
     return made;
-}
-
-QString plural(const QString& noun) {
-    static const Table irregular =
-        table("man:men woman:women child:children person:people foot:feet tooth:teeth "
-              "mouse:mice knife:knives life:lives wife:wives leaf:leaves half:halves "
-              "shelf:shelves loaf:loaves thief:thieves potato:potatoes tomato:tomatoes "
-              "hero:heroes echo:echoes");
-    const auto found = irregular.constFind(noun);
-    if (found != irregular.constEnd()) {
-        return *found;
-    }
-    if (noun.endsWith(QStringLiteral("s")) || noun.endsWith(QStringLiteral("x")) ||
-        noun.endsWith(QStringLiteral("z")) || noun.endsWith(QStringLiteral("ch")) ||
-        noun.endsWith(QStringLiteral("sh"))) {
-        return noun + QStringLiteral("es");
-    }
-    if (noun.endsWith(u'y') && noun.size() > 1 && !QStringView(u"aeiou").contains(noun.at(noun.size() - 2))) {
-        return noun.chopped(1) + QStringLiteral("ies");
-    }
-    return noun + u's';
-}
-
-QString thirdPerson(const QString& verb) {
-    if (is(verb, "have")) {
-        return QStringLiteral("has");
-    }
-    if (is(verb, "go") || is(verb, "do")) {
-        return verb + QStringLiteral("es");
-    }
-    return plural(verb);
 }
 
 void doubledWords(Line& line, const RuleTools&) {
@@ -227,99 +139,6 @@ void haveWithPast(Line& line, const RuleTools&) {
     }
 }
 
-void agreement(Line& line, const RuleTools& tools) {
-    const Speller& speller = tools.speller;
-    static const Words third = words("he she it");
-    static const Words plurals = words("we they you");
-    static const Words inverted = words("did does do should would could will can might may must shall let "
-                                        "make makes made see saw help that lest "
-                                        "and or nor if and than as didn't don't doesn't won't can't couldn't "
-                                        "wouldn't shouldn't both hear heard "
-                                        "watch have had has is was were are to");
-    static const Words of = words("of to with about for from and or between than like by on in at that");
-    static const Words pastLikeBase =
-        words("put let set cut hit hurt read cost shut quit spread split cast bet burst "
-              "bid beat come run become wed rid thrust forecast broadcast overcome found "
-              "lay saw felt ground wound bound fell needs dare need");
-    for (int i = 0; i + 1 < line.wordCount(); ++i) {
-        const QString subject = line.lower(i);
-        const QString verb = line.follows(i + 1);
-        const QString before = line.before(i);
-        if (verb.isEmpty()) {
-            continue;
-        }
-        if (is(subject, "i")) {
-            if (is(before, "and") || is(before, "or") || is(before, "nor")) {
-                continue;
-            }
-            if (is(verb, "has")) {
-                line.replace(i + 1, QStringLiteral("have"));
-            } else if (is(verb, "is") && (line.word(i).startsSentence || before.isEmpty())) {
-                line.replace(i + 1, QStringLiteral("am"));
-            } else if (is(verb, "doesn't")) {
-                line.replace(i + 1, QStringLiteral("don't"));
-            }
-        } else if (third.contains(subject)) {
-            const bool free = line.word(i).startsSentence ||
-                              (!inverted.contains(before) && !of.contains(before) && !before.isEmpty());
-            if (is(verb, "don't") && !is(before, "and") && !is(before, "or")) {
-                line.replace(i + 1, QStringLiteral("doesn't"));
-            } else if (free && (is(verb, "have") || is(verb, "are"))) {
-                line.replace(i + 1, is(verb, "have") ? QStringLiteral("has") : QStringLiteral("is"));
-            } else if (line.word(i).startsSentence && speller.isVerb(verb) && !pastLikeBase.contains(verb) &&
-                       speller.frequency(thirdPerson(verb)) >= 20 && !is(verb, "be")) {
-                line.replace(i + 1, thirdPerson(verb));
-            }
-        } else if (plurals.contains(subject) && !of.contains(before)) {
-            if (is(verb, "was")) {
-                line.replace(i + 1, QStringLiteral("were"));
-            } else if (is(verb, "has")) {
-                line.replace(i + 1, QStringLiteral("have"));
-            } else if (is(verb, "is")) {
-                line.replace(i + 1, QStringLiteral("are"));
-            } else if (is(verb, "doesn't")) {
-                line.replace(i + 1, QStringLiteral("don't"));
-            }
-        } else if ((is(before, "every") || is(before, "each")) && speller.isNoun(subject) &&
-                   (is(verb, "have") || is(verb, "don't") || is(verb, "are"))) {
-            line.replace(i + 1, is(verb, "have")    ? QStringLiteral("has")
-                                : is(verb, "don't") ? QStringLiteral("doesn't")
-                                                    : QStringLiteral("is"));
-        } else if (is(subject, "there") && (is(verb, "was") || is(verb, "is")) &&
-                   line.word(i).startsSentence &&
-                   words("two three four five six seven eight nine ten many several")
-                       .contains(line.follows(i + 2)) &&
-                   !is(line.follows(i + 3), "a") && !is(line.follows(i + 3), "an")) {
-            line.replace(i + 1, is(verb, "was") ? QStringLiteral("were") : QStringLiteral("are"));
-        }
-    }
-}
-
-void didWithPast(Line& line, const RuleTools& tools) {
-    const Speller& speller = tools.speller;
-    static const Words subjects = words("i he she it we they you");
-    for (int i = 0; i + 1 < line.wordCount(); ++i) {
-        const QString word = line.lower(i);
-        int at = i + 1;
-        if (is(word, "did") && (is(line.follows(at), "not") || subjects.contains(line.follows(at)))) {
-            ++at;
-        } else if (!is(word, "didn't")) {
-            continue;
-        }
-        const QString past = line.follows(at);
-        if (pastToBase().contains(past)) {
-            line.replace(at, pastToBase().value(past));
-        } else if (past.endsWith(QStringLiteral("ed"))) {
-            for (const QString& base : {past.chopped(2), past.chopped(1)}) {
-                if (speller.isVerb(base)) {
-                    line.replace(at, base);
-                    break;
-                }
-            }
-        }
-    }
-}
-
 void modalSlips(Line& line, const RuleTools& tools) {
     const Speller& speller = tools.speller;
     static const Words modals = words("must should could would might");
@@ -334,25 +153,6 @@ void modalSlips(Line& line, const RuleTools& tools) {
                    (speller.isVerb(line.follows(i + 2)) || is(line.follows(i + 2), "call"))) {
             line.remove(i + 1);
         }
-    }
-}
-
-void numberWithSingular(Line& line, const RuleTools& tools) {
-    const Speller& speller = tools.speller;
-    static const Words measures = words("hundred thousand million billion dozen score half hour pair");
-    for (int i = 0; i + 1 < line.wordCount(); ++i) {
-        const QString noun = line.follows(i + 1);
-        if (noun.isEmpty() || !numbersAboveOne().contains(line.lower(i)) || line.word(i).hyphenated ||
-            isProtected(line.word(i + 1)) || measures.contains(noun) || !speller.isNoun(noun)) {
-            continue;
-        }
-        const QString many = plural(noun);
-        // A noun whose plural is rare is not counted ("two percent", "many evidence").
-        if (speller.frequency(many) * 8 < speller.frequency(noun) ||
-            !(line.endsClause(i + 1) || clauseWords().contains(line.follows(i + 2)))) {
-            continue;
-        }
-        line.replace(i + 1, many);
     }
 }
 
@@ -470,17 +270,54 @@ const std::vector<Rule>& correctionRules() {
     static const std::vector<Rule> rules = {
         {"doubled-word", "The same word stands there twice.", doubledWords},
         {"known-slip", "A form that does not exist, or words run together.", knownSlips},
-        {"spelling", "The word is in no dictionary; this is the likeliest meant one.", applySpelling},
+        {"capital-name", "Names of days, months and languages have a capital.", capitalNames},
         {"lone-i", "The pronoun I is always a capital.", loneI},
         {"have-with-past", "After have stands the participle.", haveWithPast},
-        {"agreement", "The verb agrees with its subject.", agreement},
-        {"did-with-past", "After did stands the base form.", didWithPast},
-        {"modal-slip", "After a modal verb stands the base form, without to and without of.", modalSlips},
-        {"number-with-singular", "More than one: the noun is in the plural.", numberWithSingular},
+        {"over-regular", "This word has a form of its own.", overRegularForm},
+        {"spelling", "The word is in no dictionary; this is the likeliest meant one.", applySpelling},
         {"confusion", "A word that sounds alike was meant.", confusions},
         {"real-word", "Another word that is spelt alike fits much better here.", applyRealWordConfusions},
+        {"modal-slip", "After a modal verb stands the base form, without to and without of.", modalSlips},
+        {"space-before-sign", "No space stands before a comma or a full stop.", spaceBeforeSign},
+        {"fixed-phrase", "The phrase goes like this.", fixedPhrase},
+        {"have-participle", "After have stands the participle.", participleAfterHave},
+        {"be-participle", "After be stands the participle.", participleAfterBe},
+        {"be-participle-frame", "After be stands the participle.", participleAfterBeFrames},
+        {"do-base", "After do stands the base form.", baseAfterDo},
+        {"modal-base", "After a modal verb stands the base form.", baseAfterModal},
+        {"to-base", "After to stands the base form.", baseAfterTo},
+        {"preposition-gerund", "After a preposition stands the -ing form.", gerundAfterPreposition},
+        {"verb-gerund", "After this verb stands the -ing form.", gerundAfterVerb},
+        {"verb-to", "After this verb stands to.", toAfterWant},
+        {"let-bare", "After let and make stands the verb without to.", bareAfterLet},
+        {"be-beside-verb", "The verb needs no be.", noBeBesideVerb},
+        {"be-gerund", "After be stands the -ing form.", gerundAfterBe},
+        {"plural-after-many", "More than one: the noun is in the plural.", pluralAfterMany},
+        {"plural-after-figure", "More than one: the noun is in the plural.", pluralAfterFigure},
+        {"one-of-many", "One of several: the noun is in the plural.", oneOfMany},
+        {"uncounted-plural", "The noun has no plural.", uncountedPlural},
+        {"uncounted-article", "The noun is not counted and takes no a.", articleOfUncounted},
+        {"singular-after-each", "One at a time: the noun is in the singular.", singularAfterEach},
+        {"this-these", "this goes with one, these with more.", demonstrativeNumber},
+        {"much-many", "much goes with what is weighed, many with what is counted.", muchAndMany},
+        {"quantity-of", "Without the, no of stands between.", noOfBeforeBareNoun},
+        {"subject-verb", "The verb agrees with its subject.", agreeWithSubject},
+        {"relative-clause-verb", "The verb agrees with the noun before who, which or that.",
+         agreeInRelativeClause},
+        {"there-is", "After there the verb agrees with what follows.", agreeAfterThere},
+        {"verb-preposition", "The verb takes another preposition, or none.", prepositionOfVerb},
+        {"adjective-preposition", "The adjective takes another preposition.", prepositionOfAdjective},
+        {"missing-preposition", "The verb takes a preposition.", missingPreposition},
+        {"tell-say", "One tells somebody and says something.", tellAndSay},
+        {"time-preposition", "Times take a preposition of their own.", prepositionOfTime},
+        {"missing-article", "An article is missing.", missingArticle},
+        {"double-comparative", "One sign of comparison is enough.", doubleComparative},
+        {"pronoun-case", "The pronoun has another form in this place.", pronounCase},
+        {"introductory-comma", "A comma stands after the introduction.", introductoryComma},
+        {"comma-before-but", "A comma stands before the second clause.", commaBeforeBut},
+        {"comma-after-clause", "A comma stands after the first clause.", commaAfterIfClause},
+        {"question-mark", "A question ends with a question mark.", questionMark},
         {"a-an", "a or an goes by the sound that follows.", articles},
-        {"capital-name", "Names of days, months and languages have a capital.", capitalNames},
         {"sentence-capital", "A sentence starts with a capital.", sentenceCapital},
     };
     return rules;

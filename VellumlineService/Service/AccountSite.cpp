@@ -2,6 +2,8 @@
 
 #include "VellumlineService/Service/Pages.h"
 
+#include <QHostAddress>
+
 namespace vellumline {
 
 namespace {
@@ -29,6 +31,22 @@ HttpAnswer goTo(const QByteArray& path) {
         pages::message(303, QStringLiteral("Done"), QStringLiteral("This page has moved on."));
     answer.headers.emplace_back("Location", path);
     return answer;
+}
+
+/// What tries are counted for: an IPv4 address, or the network of an IPv6 one. Whoever has IPv6 has at least
+/// 2^64 addresses to try from (RFC 6177 section 2).
+QByteArray networkOf(const QByteArray& text) {
+    const QHostAddress address(QString::fromLatin1(text));
+    bool isIpv4 = false;
+    const quint32 ipv4 = address.toIPv4Address(&isIpv4);
+    if (isIpv4) {
+        return QHostAddress(ipv4).toString().toLatin1();
+    }
+    if (address.protocol() != QAbstractSocket::IPv6Protocol) {
+        return text;
+    }
+    const Q_IPV6ADDR bytes = address.toIPv6Address();
+    return QByteArray(reinterpret_cast<const char*>(bytes.c), 8).toHex();
 }
 
 QString valueOf(const QList<QPair<QString, QString>>& items, const char* name) {
@@ -144,11 +162,14 @@ bool AccountSite::sameOrigin(const HttpRequest& request) const {
     }
     const QByteArray origin = request.header("origin");
     const QByteArray host = request.header("host");
-    if (!settings_.publicUrl.isEmpty() &&
-        origin == settings_.publicUrl.toString(QUrl::FullyEncoded).toLatin1()) {
-        return true;
+    if (settings_.publicUrl.isEmpty()) {
+        return origin == "http://" + host || origin == "https://" + host;
     }
-    return origin == "http://" + host || origin == "https://" + host;
+    // Not the unencrypted page of the public name, which anybody on the way can write. Past the proxy, on
+    // this machine, there is only HTTP.
+    const bool isPublic = host.toLower() == settings_.publicUrl.authority(QUrl::FullyEncoded).toLatin1();
+    return origin == settings_.publicUrl.toString(QUrl::FullyEncoded).toLatin1() ||
+           (!isPublic && origin == "http://" + host);
 }
 
 std::optional<AccountSite::Form> AccountSite::formOf(const HttpRequest& request, const Browser& browser,
@@ -177,7 +198,7 @@ std::optional<AccountSite::Form> AccountSite::formOf(const HttpRequest& request,
 
 QByteArray AccountSite::clientOf(const HttpRequest& request) const {
     if (!settings_.trustedProxies.contains(QString::fromLatin1(request.peer))) {
-        return request.peer;
+        return networkOf(request.peer);
     }
     // Only the last element was written by the proxy itself; what stands before can be invented.
     QByteArray forwarded;
@@ -186,7 +207,8 @@ QByteArray AccountSite::clientOf(const HttpRequest& request) const {
             forwarded = value;
         }
     }
-    return forwarded.isEmpty() ? request.peer : forwarded.mid(forwarded.lastIndexOf(',') + 1).trimmed();
+    return networkOf(forwarded.isEmpty() ? request.peer
+                                         : forwarded.mid(forwarded.lastIndexOf(',') + 1).trimmed());
 }
 
 std::optional<HttpAnswer> AccountSite::tooManyAttempts(const QByteArray& client, const QString& email) {

@@ -338,6 +338,11 @@ std::optional<Configuration> Configuration::read(const Given& commandLine,
                          QStringLiteral("needs an address as https://example.org, without a path."));
         }
         made.service.publicUrl.setPath(QString());
+        // Browsers leave the usual port out of an origin.
+        const int usual = made.service.publicUrl.scheme() == QStringLiteral("https") ? 443 : 80;
+        if (made.service.publicUrl.port() == usual) {
+            made.service.publicUrl.setPort(-1);
+        }
     }
     const bool forOne = made.listen.isLoopback() && made.service.publicUrl.isEmpty();
     const QString accounts = made.one("accounts");
@@ -396,19 +401,24 @@ std::optional<Configuration> Configuration::read(const Given& commandLine,
     if (!made.metrics && made.one("metrics") != QStringLiteral("off")) {
         return wrong("metrics", QStringLiteral("is on or off."));
     }
-    // Against DNS rebinding, where a web page's own name points at this machine: on a loopback address, or
-    // with a known public one, nothing else may be named.
+    // Against DNS rebinding, where a web page's own name points at this machine: nothing may be named but
+    // what is known. Only where everybody needs a password and nothing is known, any name is as good as
+    // another.
     const QStringList names = made.sources_.value(QStringLiteral("host")).values;
     made.service.hosts.clear();
-    if (made.listen.isLoopback() || !made.service.publicUrl.isEmpty() || !names.isEmpty()) {
+    if (made.service.accounts == Accounts::local || made.listen.isLoopback() ||
+        !made.service.publicUrl.isEmpty() || !names.isEmpty()) {
         made.service.hosts = {QStringLiteral("127.0.0.1"), QStringLiteral("localhost"),
                               QStringLiteral("[::1]")};
+        const QString own = made.listen.toString();
+        made.service.hosts.append(own.contains(u':') ? u'[' + own + u']' : own);
         for (const QString& name : names) {
             made.service.hosts.append(name.trimmed().toLower());
         }
         if (!made.service.publicUrl.isEmpty()) {
             made.service.hosts.append(made.service.publicUrl.host().toLower());
         }
+        made.service.hosts.removeDuplicates();
     }
     return made;
 }

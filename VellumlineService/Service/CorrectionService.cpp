@@ -32,8 +32,11 @@ HttpAnswer storageProblem() {
 }
 
 std::optional<QJsonObject> parseObject(const QByteArray& body) {
+    // Qt drops the zero width no-break space that a string begins with, unless it is escaped (6.4).
+    QByteArray escaped = body;
+    escaped.replace("\xEF\xBB\xBF", "\\ufeff");
     QJsonParseError problem;
-    const QJsonDocument document = QJsonDocument::fromJson(body, &problem);
+    const QJsonDocument document = QJsonDocument::fromJson(escaped, &problem);
     if (problem.error != QJsonParseError::NoError || !document.isObject()) {
         return {};
     }

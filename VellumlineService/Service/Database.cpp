@@ -269,6 +269,15 @@ std::optional<QString> Database::makeFile() const {
             return QStringLiteral("The database %1 cannot be made.").arg(address_.path);
         }
     }
+    // A file that was restored from a backup may have become readable for others; SQLite gives its companions
+    // the permissions of the file when it makes them, not later.
+    for (const char* suffix : {"", "-wal", "-shm"}) {
+        const QString name = address_.path + QLatin1String(suffix);
+        if (QFileInfo(name).permissions() &
+            (QFile::ReadGroup | QFile::WriteGroup | QFile::ReadOther | QFile::WriteOther)) {
+            QFile::setPermissions(name, QFile::ReadOwner | QFile::WriteOwner);
+        }
+    }
     return {};
 }
 

@@ -67,6 +67,8 @@ struct HttpLimits {
     /// Beyond this many waiting corrections an honest "unavailable" is better than an answer after the
     /// client's patience: two cores make about 1000 in a second.
     int waitingCorrections = 256;
+    /// 0: one for each core. More when corrections wait for another server rather than for a core.
+    int correctionWorkers = 0;
     /// A password's check takes 64 MiB and a tenth of a second; an attacker may not fill a queue with them.
     int waitingPasswords = 16;
     /// A client that does not take its answers gets no further ones.

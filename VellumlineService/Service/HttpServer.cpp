@@ -60,6 +60,13 @@ class HttpConnection : public QObject {
     }
 
   private:
+    QByteArray peer() const {
+        // A socket for both protocols calls 192.0.2.1 ::ffff:192.0.2.1, which no setting does.
+        bool isIpv4 = false;
+        const quint32 ipv4 = socket_->peerAddress().toIPv4Address(&isIpv4);
+        return (isIpv4 ? QHostAddress(ipv4) : socket_->peerAddress()).toString().toLatin1();
+    }
+
     void read() {
         if (busy_ || closing_ || unsent_) {
             return;
@@ -96,7 +103,7 @@ class HttpConnection : public QObject {
         claim_ = request.claim;
         answered_ = {request.method, request.path, 0, 0};
         took_.start();
-        request.peer = socket_->peerAddress().toString().toLatin1();
+        request.peer = peer();
         const HttpServer::Lane lane = server_.laneOf_(request);
         HttpServer::Workers& workers = server_.lanes_[static_cast<size_t>(lane)];
         if (workers.limit > 0 && workers.queued >= workers.limit) {
@@ -146,7 +153,8 @@ class HttpConnection : public QObject {
         QByteArray out = "HTTP/1.1 " + QByteArray::number(made.status) + ' ' + httpReason(made.status) +
                          "\r\nContent-Length: " + QByteArray::number(made.body.size()) +
                          "\r\nContent-Type: " + made.contentType +
-                         "\r\nCache-Control: no-store\r\nX-Content-Type-Options: nosniff\r\nConnection: " +
+                         "\r\nCache-Control: no-store\r\nX-Content-Type-Options: nosniff"
+                         "\r\nCross-Origin-Resource-Policy: same-origin\r\nConnection: " +
                          (keep ? "keep-alive" : "close") + "\r\n";
         for (const auto& [name, value] : made.headers) {
             out += name + ": " + value + "\r\n";
@@ -246,8 +254,9 @@ class HttpConnection : public QObject {
 HttpServer::HttpServer(HttpLimits limits, Handler handler, LaneOf laneOf, QObject* parent)
     : QTcpServer(parent), limits_(limits), handler_(std::move(handler)), laneOf_(std::move(laneOf)) {
     const int cores = std::max(2, QThread::idealThreadCount());
+    const int corrections = std::max(cores, limits_.correctionWorkers);
     const std::array<std::pair<int, int>, 3> sizes = {
-        {{2, 0}, {cores, limits_.waitingCorrections}, {1, limits_.waitingPasswords}}};
+        {{2, 0}, {corrections, limits_.waitingCorrections}, {1, limits_.waitingPasswords}}};
     for (size_t i = 0; i < lanes_.size(); ++i) {
         lanes_[i].pool.setMaxThreadCount(sizes[i].first);
         lanes_[i].pool.setExpiryTimeout(-1);

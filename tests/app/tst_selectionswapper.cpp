@@ -8,6 +8,8 @@
 #include "fakes/FakeWorkspace.h"
 #include "fakes/SignedInService.h"
 
+#include <QLoggingCategory>
+#include <QScopeGuard>
 #include <QTest>
 
 using namespace vellumline;
@@ -139,6 +141,7 @@ class SelectionSwapperTest : public QObject {
     void aStoppedSwapperCopiesNothing();
     void theBorrowedClipboardIsKnown();
     void theAccessibilitySettingsAreOpenedByURL();
+    void theStepsAreToldToWhoeverAsksAndNothingElse();
 };
 
 void SelectionSwapperTest::withoutASessionNothingIsAsked() {
@@ -629,6 +632,40 @@ void SelectionSwapperTest::theAccessibilitySettingsAreOpenedByURL() {
     QCOMPARE(desktop.workspace.openedURLs(),
              QList<QUrl>{QUrl(QStringLiteral("x-apple.systempreferences:com.apple.preference.security?"
                                              "Privacy_Accessibility"))});
+}
+
+namespace {
+
+QStringList toldSteps;
+
+void noteStep(QtMsgType, const QMessageLogContext& context, const QString& message) {
+    if (QLatin1String(context.category) == QLatin1String("vellumline.timing"))
+        toldSteps.append(message.section(QLatin1Char(' '), 0, -2));
+}
+
+} // namespace
+
+void SelectionSwapperTest::theStepsAreToldToWhoeverAsksAndNothingElse() {
+    toldSteps.clear();
+    const QtMessageHandler before = qInstallMessageHandler(noteStep);
+    const auto restored = qScopeGuard([before] {
+        QLoggingCategory::setFilterRules(QString());
+        qInstallMessageHandler(before);
+    });
+    Desktop silent;
+    silent.service.transport.queue(200, corrected(QStringLiteral("the")));
+    silent.run();
+    QVERIFY(toldSteps.isEmpty());
+
+    QLoggingCategory::setFilterRules(QStringLiteral("vellumline.timing=true"));
+    Desktop desktop;
+    desktop.service.transport.queue(200, corrected(QStringLiteral("the")));
+    desktop.run();
+    const auto step = [](const char* name) { return QString::fromLatin1(name); };
+    QCOMPARE(toldSteps, QStringList({step("begun"), step("probed"), step("snapshot"), step("guarded"),
+                                     step("copy posted"), step("changed"), step("settled"), step("copy read"),
+                                     step("asking"), step("answered"), step("written"), step("same place"),
+                                     step("paste posted"), step("given back")}));
 }
 
 QTEST_GUILESS_MAIN(SelectionSwapperTest)

@@ -134,9 +134,9 @@ class VellumlineMarkTest : public QObject {
     void theIconFilesShowTheSameMark_data() {
         QTest::addColumn<QString>("file");
         QTest::addColumn<QRectF>("place");
-        QTest::newRow("application") << QStringLiteral("com.kelthorne.vellumline.svg")
+        QTest::newRow("application") << QStringLiteral("com.kelthorne.Vellumline.svg")
                                      << QRectF(14, 13, 36, 36);
-        QTest::newRow("symbolic") << QStringLiteral("com.kelthorne.vellumline-symbolic.svg")
+        QTest::newRow("symbolic") << QStringLiteral("com.kelthorne.Vellumline-symbolic.svg")
                                   << QRectF(0, 0, 16, 16);
     }
 

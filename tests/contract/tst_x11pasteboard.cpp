@@ -519,6 +519,8 @@ class X11PasteboardTest : public QObject {
             << ScriptedTarget{"UTF8_STRING", QByteArray("ab\0", 3)} << QStringLiteral("ab");
         QTest::newRow("as a MIME type")
             << ScriptedTarget{"text/plain;charset=utf-8", "\xC3\xA9"} << QStringLiteral("é");
+        QTest::newRow("with a zero width no-break space in front")
+            << ScriptedTarget{"UTF8_STRING", "\xEF\xBB\xBFx"} << QStringLiteral(u"\ufeffx");
         QTest::newRow("as a MIME type in capitals")
             << ScriptedTarget{"text/plain;charset=UTF-8", "\xC3\xA9"} << QStringLiteral("é");
     }

@@ -73,6 +73,10 @@ void RewriteReplyTest::everyStatusAndBodyIsAReply() {
 
 void RewriteReplyTest::theTextKeepsItsSpaces() {
     QCOMPARE(RewriteReply::from(200, R"({"text":" A sentence. "})").text, QStringLiteral(" A sentence. "));
+    QCOMPARE(RewriteReply::from(200, "{\"text\":\"\xEF\xBB\xBFzero width\"}").text,
+             QStringLiteral(u"\ufeffzero width"));
+    // In front of everything it is the mark of the encoding.
+    QCOMPARE(RewriteReply::from(200, "\xEF\xBB\xBF{\"text\":\"a\"}").text, QStringLiteral("a"));
 }
 
 void RewriteReplyTest::onlyWebLinksAreKept_data() {

@@ -8,7 +8,7 @@ from session import Atspi, Failure, GLib, activate, main, press, run, wait_for
 
 CONTROLS = {Atspi.Role.PUSH_BUTTON: "button", Atspi.Role.CHECK_BOX: "switch", Atspi.Role.LINK: "link",
             Atspi.Role.TEXT: "text", Atspi.Role.PROGRESS_BAR: "bar"}
-AUTOSTART = os.path.join(os.environ["XDG_CONFIG_HOME"], "autostart", "com.kelthorne.vellumline.desktop")
+AUTOSTART = os.path.join(os.environ["XDG_CONFIG_HOME"], "autostart", "com.kelthorne.Vellumline.desktop")
 
 
 def prepare(session):

@@ -17,7 +17,8 @@ sys.path.insert(0, os.path.join(ROOT, "demo"))
 from desktop import (Failure, Programs, activate, clipboard, editable_text_of, press, run, same_contents,  # noqa: E402
                      say, screenshot, selected_text_of, text_of, wait_for, window_of)
 
-NAME = "com.kelthorne.vellumline"
+NAME = "com.kelthorne.Vellumline"
+KEYRING_SERVICE = "com.kelthorne.vellumline.session"
 SENTENCE = "i has went to the shop yesterday and buyed three apple."
 CORRECTED = "I went to the shop yesterday and bought three apples."
 # Milliseconds after the key press. The copy takes the first 60 or so, the answer 150, the paste 600.
@@ -145,7 +146,7 @@ def main():
     with open(os.path.join(config, "vellumline.conf"), "w", encoding="utf-8") as file:
         file.write("[General]\nvellumline.onboardingDone=true\n")
     session = {"accessToken": "a", "refreshToken": "b", "userId": 1, "email": "ada@example.org"}
-    subprocess.run(["secret-tool", "store", "--label=session", "service", NAME + ".session", "account", "session"],
+    subprocess.run(["secret-tool", "store", "--label=session", "service", KEYRING_SERVICE, "account", "session"],
                    input=json.dumps(session).encode(), check=True, timeout=20)
     programs = Programs(options.output)
     corrected = []

@@ -4,7 +4,8 @@ import os
 import shutil
 import sys
 
-from session import (EMAIL, NAME, NOT_STARTED_HERE, SIGN_IN_LINK, SIGNED_IN, Failure, link_behind, main, run, wait_for)
+from session import (EMAIL, KEYRING_SERVICE, NAME, NOT_STARTED_HERE, SIGN_IN_LINK, SIGNED_IN, Failure, link_behind, main, run,
+                     wait_for)
 
 FOREIGN_CODE = "0123456789abcdefghijkl"
 FOREIGN_LINK = "vellumline://auth?handoff=" + FOREIGN_CODE
@@ -27,11 +28,11 @@ def command_of(pid):
 
 
 def has_session():
-    return run("secret-tool", "lookup", "service", NAME + ".session", "account", "session") is not None
+    return run("secret-tool", "lookup", "service", KEYRING_SERVICE, "account", "session") is not None
 
 
 def bus_call(method, *arguments):
-    answer = run("gdbus", "call", "--session", "--dest", NAME, "--object-path", "/com/kelthorne/vellumline",
+    answer = run("gdbus", "call", "--session", "--dest", NAME, "--object-path", "/com/kelthorne/Vellumline",
                  "--method", "org.freedesktop.Application." + method, *arguments)
     if answer is None:
         raise Failure(f"the program did not take {method}")

@@ -17,7 +17,8 @@ from desktop import (Failure, Programs, activate, active_window, click, clipboar
 from gi.repository import Atspi, GLib  # noqa: E402
 from scripted_browser import link_behind  # noqa: E402
 
-NAME = "com.kelthorne.vellumline"
+NAME = "com.kelthorne.Vellumline"
+KEYRING_SERVICE = "com.kelthorne.vellumline.session"
 SIGN_IN_LINK = "vellumline://sign-in"
 EMAIL = "ada@example.com"
 SIGNED_IN = f"Signed in as {EMAIL}."
@@ -310,7 +311,7 @@ class Session:
     @staticmethod
     def forget_session():
         """Nobody is signed in at the program's next start."""
-        run("secret-tool", "clear", "service", NAME + ".session", "account", "session")
+        run("secret-tool", "clear", "service", KEYRING_SERVICE, "account", "session")
 
     def close(self):
         try:

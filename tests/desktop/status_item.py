@@ -260,13 +260,13 @@ def late_host(name, programs, options, output):
     program = programs.start("vellumline", os.path.join(options.build, "Vellumline", "vellumline"), "--no-local-service")
     wait_for("the program", 15, lambda: b"true" in (run(
         "gdbus", "call", "--session", "--dest", "org.freedesktop.DBus", "--object-path", "/org/freedesktop/DBus",
-        "--method", "org.freedesktop.DBus.NameHasOwner", "com.kelthorne.vellumline") or b""), 0.1)
+        "--method", "org.freedesktop.DBus.NameHasOwner", "com.kelthorne.Vellumline") or b""), 0.1)
     time.sleep(0.5)
     for when in ("late", "restarted"):
         host = start_host(name, programs)
         wait_for("the item to be registered", 20, lambda: registered_items() == 1, 0.1)
         area = wait_for("its place on the screen", 20, lambda: work_area() != (0, 0, 1280, 800) and work_area(), 0.1)
-        wait_for("the item", 15, lambda: light_box(picture(output, when), area), 0.2)
+        wait_for("the item", 40, lambda: light_box(picture(output, when), area), 0.2)
         check(True, f"a panel that is {when} shows the item")
         programs.end(host)
         wait_for("the panel to be gone", 10, lambda: not host_is_ready(name), 0.1)
@@ -338,7 +338,7 @@ def main():
 
         program = programs.start("vellumline", os.path.join(options.build, "Vellumline", "vellumline"),
                                  "--no-local-service")
-        item = wait_for("the item", 15, lambda: item_box(before, picture(output, "item")), 0.2)
+        item = wait_for("the item", 40, lambda: item_box(before, picture(output, "item")), 0.2)
         check(True, f"the item is seen at {item}")
         x, y = (item[0] + item[2]) // 2, (item[1] + item[3]) // 2
 
@@ -393,7 +393,7 @@ def main():
                  lambda: ImageChops.difference(first, picture(output, "busy").crop(around)).getbbox(), 0.05)
         check(True, "while a correction runs the item shows it, and moves")
         if HOSTS[name][0] not in ("tint2", "trayer"):
-            label = run("gdbus", "call", "--session", "--dest", "com.kelthorne.vellumline", "--object-path",
+            label = run("gdbus", "call", "--session", "--dest", "com.kelthorne.Vellumline", "--object-path",
                         "/StatusNotifierItem", "--method", "org.freedesktop.DBus.Properties.Get",
                         "org.kde.StatusNotifierItem", "Title") or b""
             check("Vellumline, correcting" in label.decode(), "its label says so")

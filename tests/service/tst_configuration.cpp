@@ -187,6 +187,30 @@ class ConfigurationTest : public QObject {
         QCOMPARE(read->service.publicUrl.toString(), QStringLiteral("https://corrections.example.org"));
     }
 
+    void aServiceWithoutPasswordsNeverAnswersToUnknownNames() {
+        QString problem;
+        const auto hosts = [&](const QString& listen, const QString& accounts) {
+            const auto read = Configuration::read(
+                {{QStringLiteral("listen"), {listen}}, {QStringLiteral("accounts"), {accounts}}}, {},
+                problem);
+            return read ? read->service.hosts : QStringList();
+        };
+        const QStringList local = hosts(QStringLiteral("192.0.2.7"), QStringLiteral("local"));
+        QVERIFY(local.contains(QStringLiteral("192.0.2.7")) && local.contains(QStringLiteral("localhost")));
+        QVERIFY(hosts(QStringLiteral("2001:db8::7"), QStringLiteral("local"))
+                    .contains(QStringLiteral("[2001:db8::7]")));
+        QVERIFY(!hosts(QStringLiteral("0.0.0.0"), QStringLiteral("local")).isEmpty());
+        QVERIFY(hosts(QStringLiteral("0.0.0.0"), QStringLiteral("password")).isEmpty());
+    }
+    void theUsualPortIsNoPartOfThePublicAddress() {
+        QString problem;
+        const auto read = Configuration::read(
+            {{QStringLiteral("public-url"), {QStringLiteral("https://corrections.example.org:443")}}}, {},
+            problem);
+        QVERIFY2(read, qPrintable(problem));
+        QCOMPARE(read->service.publicUrl.toString(), QStringLiteral("https://corrections.example.org"));
+    }
+
     void everyLogLineIsOneObject() {
         char* buffer = nullptr;
         size_t size = 0;

@@ -301,6 +301,10 @@ class CorrectionServiceTest : public QObject {
         QCOMPARE(storage_->localAccount()->rewritesUsed, qint64{1});
         QVERIFY(RewriteReply::from(answer.status, answer.body).kind == RewriteReply::Kind::corrected);
     }
+    void aTextThatBeginsWithAZeroWidthSpaceKeepsIt() {
+        const HttpAnswer answer = rewrite(QStringLiteral(u"\ufeffa"), signIn());
+        QCOMPARE(object(answer).value(QStringLiteral("text")).toString(), QStringLiteral(u"<\ufeffa>"));
+    }
     void textsOf4000CharactersPassAndLongerOnesDoNot() {
         const QByteArray token = signIn();
         // A family emoji is one character of seven code points.

@@ -206,6 +206,16 @@ class ExternalEnginesTest : public QObject {
             "'tool_calls':[]},'logprobs':null,'finish_reason':'stop','stop_reason':null}],"
             "'usage':{'prompt_tokens':180,'total_tokens':190,'completion_tokens':10,"
             "'prompt_tokens_details':null},'prompt_logprobs':null}");
+        // Models that think keep it apart where the server knows their marks.
+        QTest::newRow("llama.cpp, after thinking")
+            << QByteArray("{'choices':[{'finish_reason':'stop','index':0,'message':{'role':'assistant',"
+                          "'reasoning_content':'The user wants a poem. No.','content':'\\n\\nI went.'}}],"
+                          "'object':'chat.completion'}");
+        QTest::newRow("Ollama, after thinking") << QByteArray(
+            "{'object':'chat.completion','choices':[{'index':0,'message':{'role':'assistant',"
+            "'content':'I went.','reasoning':'The user wants a poem. No.'},'finish_reason':'stop'}]}");
+        QTest::newRow("no reason for its end")
+            << QByteArray("{'choices':[{'message':{'content':'I went.'},'finish_reason':null}]}");
     }
     void theAnswersOfEachKindOfServerAreRead() {
         QFETCH(QByteArray, body);
@@ -233,6 +243,20 @@ class ExternalEnginesTest : public QObject {
                                  << Status::failed;
         QTest::newRow("no choice") << QByteArray("{'choices':[]}") << Status::failed;
         QTest::newRow("error") << QByteArray("{'error':{'message':'no','type':'x'}}") << Status::failed;
+        QTest::newRow("thinking aloud")
+            << choice("'finish_reason':'stop','message':{'content':'<think>A poem?</think>I went.'}")
+            << Status::refused;
+        QTest::newRow("a stream all the same")
+            << QByteArray("data: {'object':'chat.completion.chunk','choices':[{'index':0,'delta':{'content':"
+                          "'I went.'},'finish_reason':null}]}\n\ndata: [DONE]\n\n")
+            << Status::failed;
+        QTest::newRow("a piece of a stream")
+            << choice("'finish_reason':'stop','delta':{'content':'I went.'}") << Status::failed;
+        QTest::newRow("another interface")
+            << choice("'finish_reason':'stop','text':'I went.'") << Status::failed;
+        QTest::newRow("a list of parts")
+            << choice("'finish_reason':'stop','message':{'content':[{'type':'text','text':'I went.'}]}")
+            << Status::failed;
     }
     void answersThatAreNoneAreNotUsed() {
         QFETCH(QByteArray, body);
@@ -389,6 +413,80 @@ class ExternalEnginesTest : public QObject {
                      qPrintable(result.problem));
         }
     }
+    void theErrorsOfEachKindOfServerAreToldApartAndNotRepeated_data() {
+        QTest::addColumn<QString>("kind");
+        QTest::addColumn<int>("http");
+        QTest::addColumn<QByteArray>("body");
+        QTest::addColumn<Status>("status");
+        const auto chat = [](const char* name, int http, const char* body, Status status) {
+            QTest::newRow(name) << QStringLiteral("openai:") << http << quoted(body) << status;
+        };
+        const auto tool = [](const char* name, int http, const char* body, Status status) {
+            QTest::newRow(name) << QStringLiteral("languagetool:") << http << QByteArray(body) << status;
+        };
+        chat("cloud: key", 401,
+             "{'error':{'message':'Incorrect API key provided: sk-test-0123456789.','type':"
+             "'invalid_request_error','param':null,'code':'invalid_api_key'}}",
+             Status::unavailable);
+        chat("cloud: allowance", 429,
+             "{'error':{'message':'You exceeded your current quota','type':'insufficient_quota','param':null,"
+             "'code':'insufficient_quota'}}",
+             Status::unavailable);
+        chat("cloud: overload", 500,
+             "{'error':{'message':'The server had an error','type':'server_error','param':null,'code':null}}",
+             Status::failed);
+        chat("llama.cpp: loading", 503,
+             "{'error':{'code':503,'message':'Loading model','type':'unavailable_error'}}",
+             Status::unavailable);
+        chat("llama.cpp: key", 401,
+             "{'error':{'code':401,'message':'Invalid API Key','type':'authentication_error'}}",
+             Status::unavailable);
+        chat("llama.cpp: context", 400,
+             "{'error':{'code':400,'message':'the request exceeds the available context size',"
+             "'type':'exceed_context_size_error','n_prompt_tokens':9000,'n_ctx':4096}}",
+             Status::failed);
+        chat("Ollama: model", 404,
+             "{'error':{'message':'model \\'proof-7b\\' not found','type':'not_found_error','param':null,"
+             "'code':null}}",
+             Status::unavailable);
+        chat("Ollama: no model named", 400,
+             "{'error':{'message':'model is "
+             "required','type':'invalid_request_error','param':null,'code':null}}",
+             Status::failed);
+        chat("vLLM: model", 404,
+             "{'object':'error','message':'The model `proof-7b` does not exist.','type':'NotFoundError',"
+             "'param':null,'code':404}",
+             Status::unavailable);
+        chat("vLLM: request", 400,
+             "{'object':'error','message':'i has went to the shop yesterday','type':'BadRequestError',"
+             "'param':null,'code':400}",
+             Status::failed);
+        chat("vLLM: key", 401, "{'error':'Unauthorized'}", Status::unavailable);
+        chat("a proxy that waited in vain", 504, "<html><body><h1>504 Gateway Time-out</h1></body></html>",
+             Status::timedOut);
+        tool("LanguageTool: form", 400, "Error: Missing 'text' or 'data' parameter", Status::failed);
+        tool("LanguageTool: language", 400,
+             "Error: 'en-XX' is not a language code known to LanguageTool. Text: i has went to the shop",
+             Status::failed);
+        tool("LanguageTool: length", 413,
+             "Error: Your text exceeds the limit of 20 characters (it's 55 characters).", Status::failed);
+        tool("LanguageTool: too many requests", 429,
+             "Error: Request limit of 20 requests per minute exceeded", Status::unavailable);
+        tool("LanguageTool: overload", 503, "Error: Server overloaded, please try again later",
+             Status::unavailable);
+        tool("LanguageTool: itself too slow", 500,
+             "Error: Checking took longer than 1.0 seconds, which is this server's limit.", Status::failed);
+    }
+    void theErrorsOfEachKindOfServerAreToldApartAndNotRepeated() {
+        QFETCH(QString, kind);
+        QFETCH(int, http);
+        QFETCH(QByteArray, body);
+        const StandInServer server(StandInServer::always(http, body));
+        const auto result = correct(settingsFor(kind + server.address()), wrong_);
+        QTEST(result.status, "status");
+        QCOMPARE(result.text, QString());
+        QCOMPARE(result.problem, QStringLiteral("HTTP status %1").arg(http));
+    }
     void redirectsAreNotFollowed() {
         const StandInServer target(StandInServer::always(200, chatAnswer(right_)));
         for (const int status : {301, 302, 307, 308}) {
@@ -485,6 +583,18 @@ class ExternalEnginesTest : public QObject {
         settings.http.authorityFile = QFile::encodeName(folder.filePath(QStringLiteral("other.pem")));
         QCOMPARE(correct(settings, wrong_).status, Status::unavailable);
         QCOMPARE(other.requests().size(), 0);
+    }
+    void aKeptConnectionThatTheServerHasClosedIsReplaced() {
+        const StandInServer server([this](QTcpSocket& socket, const StandInServer::Request&) {
+            const QByteArray body = chatAnswer(right_);
+            socket.write("HTTP/1.1 200 OK\r\nContent-Length: " + QByteArray::number(body.size()) +
+                         "\r\n\r\n" + body);
+        });
+        const auto engine = makeCorrectionEngine(settingsFor(QStringLiteral("openai:") + server.address()));
+        for (int i = 0; i < 3; ++i) {
+            QCOMPARE(engine->correct(wrong_).text, right_);
+        }
+        QCOMPARE(server.requests().size(), 3);
     }
     void manyThreadsMayAskAtOnce() {
         const StandInServer server([](QTcpSocket& socket, const StandInServer::Request& request) {

@@ -254,6 +254,29 @@ class HttpServerTest : public QObject {
         QCOMPARE(refused, 2);
         gate.release(20);
     }
+    void correctionsThatWaitForAnotherServerDoNotWaitForEachOther() {
+        QSemaphore gate;
+        std::atomic<int> running = 0;
+        HttpLimits limits;
+        limits.correctionWorkers = 40;
+        HttpServer server(
+            limits,
+            [&](const HttpRequest&) {
+                ++running;
+                gate.acquire();
+                return HttpAnswer();
+            },
+            [](const HttpRequest&) { return HttpServer::Lane::correction; });
+        QVERIFY(server.listen(QHostAddress::LocalHost));
+        std::vector<std::unique_ptr<QTcpSocket>> sockets;
+        for (int i = 0; i < 40; ++i) {
+            sockets.push_back(std::make_unique<QTcpSocket>());
+            sockets.back()->connectToHost(QHostAddress::LocalHost, server.serverPort());
+            sockets.back()->write("GET / HTTP/1.1\r\nHost: a\r\nConnection: close\r\n\r\n");
+        }
+        [&running] { QTRY_COMPARE(running.load(), 40); }();
+        gate.release(40);
+    }
     void everyAnswerIsReportedOnce() {
         HttpServer server({}, echo(), never());
         QList<HttpServer::Answered> seen;

@@ -86,7 +86,7 @@ QCoro::Task<DBusApplication::Status> DBusApplication::askForStatus() {
     if (!bus_.isConnected())
         co_return Status{};
     QDBusMessage call = QDBusMessage::createMethodCall(serviceName, objectPath,
-                                                       QStringLiteral("com.kelthorne.vellumline.Control"),
+                                                       QStringLiteral("com.kelthorne.Vellumline.Control"),
                                                        QStringLiteral("Status"));
     call.setAutoStartService(false);
     const QDBusPendingCall pending = bus_.asyncCall(call, handOverTimeoutMs);

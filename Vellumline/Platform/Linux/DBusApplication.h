@@ -20,8 +20,8 @@ namespace vellumline {
 class DBusApplication : public QObject, protected QDBusContext {
     Q_OBJECT
   public:
-    inline static const QString serviceName = QStringLiteral("com.kelthorne.vellumline");
-    inline static const QString objectPath = QStringLiteral("/com/kelthorne/vellumline");
+    inline static const QString serviceName = QStringLiteral("com.kelthorne.Vellumline");
+    inline static const QString objectPath = QStringLiteral("/com/kelthorne/Vellumline");
 
     enum class Claim {
         first,   ///< this process is the instance now
@@ -102,7 +102,7 @@ class DBusApplicationAdaptor : public QDBusAbstractAdaptor {
 /// What has an answer.
 class DBusControlAdaptor : public QDBusAbstractAdaptor {
     Q_OBJECT
-    Q_CLASSINFO("D-Bus Interface", "com.kelthorne.vellumline.Control")
+    Q_CLASSINFO("D-Bus Interface", "com.kelthorne.Vellumline.Control")
   public:
     explicit DBusControlAdaptor(DBusApplication* application);
 

@@ -102,7 +102,11 @@ QString decodeText(QByteArray bytes, const QString& target, const QString& encod
         bytes.chop(1);
     const bool latin1 =
         encoding == QStringLiteral("STRING") || (encoding.isEmpty() && target == QStringLiteral("STRING"));
-    return latin1 ? QString::fromLatin1(bytes) : QString::fromUtf8(bytes);
+    if (latin1)
+        return QString::fromLatin1(bytes);
+    // Clipboard text has no mark of its encoding (ICCCM's UTF8_STRING): what looks like one is a character
+    // of the text, which QString::fromUtf8 would drop.
+    return QStringDecoder(QStringDecoder::Utf8, QStringDecoder::Flag::ConvertInitialBom).decode(bytes);
 }
 
 QByteArray htmlAsUtf8(const QByteArray& bytes) {
@@ -187,8 +191,8 @@ QList<ServedTarget> servedTargets(const QList<PasteboardItem>& items) {
             } else if (each.type == PasteboardType::html) {
                 others.append({QStringLiteral("text/html"), {}, 8, each.data});
             } else if (each.type == PasteboardType::string) {
-                const auto text = QString::fromUtf8(each.data);
                 const auto utf8String = QStringLiteral("UTF8_STRING");
+                const auto text = decodeText(each.data, utf8String, {});
                 const auto string = QStringLiteral("STRING");
                 const bool latin1 = isLatin1(text);
                 others.append({utf8String, {}, 8, each.data});

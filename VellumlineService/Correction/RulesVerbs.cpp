@@ -1,0 +1,379 @@
+#include "VellumlineService/Correction/RuleFamilies.h"
+#include "VellumlineService/Correction/RuleHelpers.h"
+
+namespace vellumline {
+
+namespace {
+
+bool isAdverbBetween(const Line& line, int i) {
+    static const Words adverbs = words("not never always also just already ever really still even often only "
+                                       "probably recently usually finally now");
+    return adverbs.contains(line.follows(i));
+}
+
+/// The word after an auxiliary, behind "not" and adverbs; past the end when something else stands between.
+int verbAfter(const Line& line, int auxiliary) {
+    int i = auxiliary + 1;
+    while (i < line.wordCount() && line.isNextTo(i) && isAdverbBetween(line, i)) {
+        ++i;
+    }
+    return i < line.wordCount() && line.isNextTo(i) ? i : line.wordCount();
+}
+
+/// The base of a form that is no base itself; empty when the word is a base form or no verb. The commoner
+/// verb wins: "found" is of "find", "felt" of "feel".
+QString baseOf(const QString& word, const Inflections& inflections) {
+    static const Table commoner =
+        table("found:find felt:feel saw:see left:leave thought:think lay:lie rose:rise shook:shake");
+    if (commoner.contains(word)) {
+        return is(word, "lay") ? QString() : commoner.value(word);
+    }
+    if (inflections.is(word, Form::base)) {
+        return {};
+    }
+    for (const Form form : {Form::past, Form::participle, Form::thirdPerson}) {
+        const QString base = inflections.changed(word, form, Form::base);
+        if (!base.isEmpty() && base != word) {
+            return base;
+        }
+    }
+    return {};
+}
+
+/// The participle of a form that is only a past form ("went").
+QString participleOf(const QString& past, const Inflections& inflections) {
+    // Both participles are English; of most others that end in -ed too.
+    static const Words either = words("got forgot hid bit bid trod woke beat");
+    if (inflections.prefers(past, Form::participle) || !inflections.is(past, Form::past) ||
+        (inflections.is(past, Form::participle) &&
+         (either.contains(past) || past.endsWith(QStringLiteral("ed"))))) {
+        return {};
+    }
+    const QString made = inflections.changed(past, Form::past, Form::participle);
+    return made == past ? QString() : made;
+}
+
+bool isNounToo(const QString& word, const Inflections& inflections) {
+    return inflections.is(word, Form::singular) || inflections.is(word, Form::plural);
+}
+
+bool isModal(const QString& word) {
+    static const Words modals =
+        words("can could will would shall should may might must cannot can't couldn't won't "
+              "wouldn't shan't shouldn't mustn't needn't");
+    return modals.contains(word);
+}
+
+} // namespace
+
+void participleAfterHave(Line& line, const RuleTools& tools) {
+    static const Words have = words("have has had having i've you've we've they've haven't hasn't hadn't");
+    for (int i = 0; i + 1 < line.wordCount(); ++i) {
+        const QString word = line.lower(i);
+        const bool shortened = word.endsWith(QStringLiteral("'ve"));
+        if (!have.contains(word) && !shortened) {
+            continue;
+        }
+        const int at = verbAfter(line, i);
+        const QString verb = line.lower(at);
+        if (at >= line.wordCount() || isProtected(line.word(at))) {
+            continue;
+        }
+        const Tag tag = line.tag(at);
+        const QString participle = participleOf(verb, tools.inflections);
+        const bool noun = isNounToo(verb, tools.inflections) || tools.inflections.is(verb, Form::plain);
+        if (!participle.isEmpty() && !isBe(verb) &&
+            (tag == Tag::pastVerb || tag == Tag::participle || !noun) &&
+            !(noun && isNoun(line.tag(at + 1)) && line.isNextTo(at + 1))) {
+            line.replace(at, participle);
+        } else if (at > i &&
+                   (tag == Tag::baseVerb || tag == Tag::presentVerb || tag == Tag::thirdPersonVerb) &&
+                   !is(word, "having") && !noun && !isModal(verb) && !is(verb, "to") && !is(verb, "do") &&
+                   !is(verb, "let") && !is(verb, "be") &&
+                   words("i you we they he she it never not always also just already")
+                       .contains(at > i + 1 ? line.lower(at - 1) : line.before(i))) {
+            const QString base =
+                tools.inflections.is(verb, Form::base) ? verb : baseOf(verb, tools.inflections);
+            const QString made = tools.inflections.form(base, Form::participle);
+            if (!made.isEmpty() && made != verb) {
+                line.replace(at, made);
+            }
+        }
+    }
+}
+
+void participleAfterBe(Line& line, const RuleTools& tools) {
+    // Verbs that only happen have no passive.
+    static const Words without =
+        words("was were went came began rose fell ran became swam slept arose grew lay");
+    for (int i = 0; i + 1 < line.wordCount(); ++i) {
+        if (!isBe(line.lower(i))) {
+            continue;
+        }
+        const int at = verbAfter(line, i);
+        const QString verb = line.lower(at);
+        if (at >= line.wordCount() || isProtected(line.word(at)) || without.contains(verb)) {
+            continue;
+        }
+        const QString participle = participleOf(verb, tools.inflections);
+        const bool broke = is(verb, "broke") && !is(line.follows(at + 1), "by");
+        if (!participle.isEmpty() && !broke && !isNounToo(verb, tools.inflections)) {
+            line.replace(at, participle);
+        }
+    }
+}
+
+void participleAfterBeFrames(Line& line, const RuleTools&) {
+    static const Table forms =
+        table("base:based locate:located compose:composed concern:concerned relate:related "
+              "divide:divided interest:interested use:used call:called name:named "
+              "involve:involved suppose:supposed associate:associated relax:relaxed bore:bored "
+              "surprise:surprised satisfy:satisfied generate:generated compare:compared "
+              "consider:considered connect:connected tire:tired excite:excited worry:worried");
+    static const Words signs = words("on in of with about by to for");
+    for (int i = 0; i + 2 < line.wordCount(); ++i) {
+        const int at = verbAfter(line, i);
+        if (isBe(line.lower(i)) && at < line.wordCount() && forms.contains(line.lower(at)) &&
+            signs.contains(line.follows(at + 1)) && !is(line.lower(i), "being") &&
+            !(is(line.lower(at), "use") && is(line.follows(at + 1), "of")) && !isProtected(line.word(at))) {
+            line.replace(at, forms.value(line.lower(at)));
+        }
+    }
+}
+
+void baseAfterDo(Line& line, const RuleTools& tools) {
+    static const Words doForms = words("did do does didn't don't doesn't");
+    for (int i = 0; i + 1 < line.wordCount(); ++i) {
+        const QString word = line.lower(i);
+        if (!doForms.contains(word)) {
+            continue;
+        }
+        int at = i + 1;
+        const bool negated = word.endsWith(QStringLiteral("n't"));
+        bool sure = negated;
+        if (!negated && is(line.follows(at), "not")) {
+            ++at;
+            sure = true;
+        } else if (isSubjectPronoun(line.follows(at)) &&
+                   (line.word(i).startsSentence || line.before(i).isEmpty() ||
+                    line.tag(i - 1) == Tag::whAdverb || line.tag(i - 1) == Tag::whPronoun)) {
+            ++at;
+            sure = true;
+        }
+        while (at < line.wordCount() && isAdverbBetween(line, at)) {
+            ++at;
+        }
+        if (!sure || at >= line.wordCount() || !line.isNextTo(at) || isProtected(line.word(at))) {
+            continue;
+        }
+        const QString base = baseOf(line.lower(at), tools.inflections);
+        const Tag tag = line.tag(at);
+        if (!base.isEmpty() && !is(base, "be") && tag != Tag::adjective && !isNoun(tag) &&
+            !(line.isNextTo(at + 1) && tag == Tag::participle && isNoun(line.tag(at + 1)))) {
+            line.replace(at, base);
+        }
+    }
+}
+
+void baseAfterModal(Line& line, const RuleTools& tools) {
+    for (int i = 0; i + 1 < line.wordCount(); ++i) {
+        const QString modal = line.lower(i);
+        if (!isModal(modal) || line.tag(i) != Tag::modal || line.word(i).hyphenated) {
+            continue;
+        }
+        int at = verbAfter(line, i);
+        if (words("must should can may might cannot can't shouldn't mustn't").contains(modal) &&
+            is(line.follows(i + 1), "to") && line.tag(i + 2) == Tag::baseVerb && line.isNextTo(i + 2) &&
+            tools.inflections.is(line.lower(i + 2), Form::base)) {
+            line.remove(i + 1);
+            continue;
+        }
+        if (at >= line.wordCount() || isProtected(line.word(at))) {
+            continue;
+        }
+        const QString verb = line.lower(at);
+        const Tag tag = line.tag(at);
+        const QString base = baseOf(verb, tools.inflections);
+        const bool nounNext = line.isNextTo(at + 1) && isNoun(line.tag(at + 1));
+        if (!base.isEmpty() && !is(base, "be") && !is(verb, "used") &&
+            (tag == Tag::pastVerb || tag == Tag::thirdPersonVerb || tag == Tag::presentVerb ||
+             tag == Tag::participle || tag == Tag::baseVerb) &&
+            !(tag == Tag::participle && nounNext) && !is(verb, "better")) {
+            line.replace(at, base);
+        }
+    }
+}
+
+void baseAfterTo(Line& line, const RuleTools& tools) {
+    static const Words before =
+        words("want wants wanted need needs needed able decided decide like try tries tried "
+              "hope hopes order how supposed ought learn going have has had plan plans start "
+              "started began begin");
+    for (int i = 0; i + 1 < line.wordCount(); ++i) {
+        const QString verb = line.follows(i + 1);
+        if (!is(line.lower(i), "to") || verb.isEmpty() || isProtected(line.word(i + 1)) ||
+            line.word(i).hyphenated) {
+            continue;
+        }
+        const QString base = baseOf(verb, tools.inflections);
+        if (base.isEmpty() || is(base, "be") || is(verb, "used")) {
+            continue;
+        }
+        const bool noun = isNounToo(verb, tools.inflections) || tools.inflections.is(verb, Form::plain);
+        const Tag tag = line.tag(i + 1);
+        const bool finite = tag == Tag::pastVerb || tag == Tag::thirdPersonVerb || tag == Tag::presentVerb;
+        const bool onlyPast = !participleOf(verb, tools.inflections).isEmpty();
+        const bool framed = before.contains(line.before(i)) &&
+                            (finite || tag == Tag::baseVerb || tag == Tag::participle) &&
+                            !(line.isNextTo(i + 2) && isNoun(line.tag(i + 2)) && tag == Tag::participle);
+        if (!noun && (onlyPast || framed || (tools.inflections.is(verb, Form::thirdPerson) && finite))) {
+            line.replace(i + 1, base);
+        }
+    }
+}
+
+void gerundAfterPreposition(Line& line, const RuleTools& tools) {
+    static const Words prepositions = words("about without by of from for instead after before on in");
+    for (int i = 0; i + 2 < line.wordCount(); ++i) {
+        const QString verb = line.follows(i + 1);
+        if (!prepositions.contains(line.lower(i)) || verb.isEmpty() || isProtected(line.word(i + 1)) ||
+            !tools.inflections.is(verb, Form::base) || is(verb, "be") || is(verb, "let") ||
+            tools.inflections.is(verb, Form::past) || tools.inflections.is(verb, Form::plain)) {
+            continue;
+        }
+        const Tag tag = line.tag(i + 1);
+        const Tag next = line.isNextTo(i + 2) ? line.tag(i + 2) : Tag::other;
+        const bool object = next == Tag::determiner || next == Tag::possessivePronoun ||
+                            (next == Tag::pronoun && !isSubjectPronoun(line.lower(i + 2))) ||
+                            is(line.follows(i + 2), "it");
+        const bool noun = tools.inflections.is(verb, Form::singular);
+        if (object && (tag == Tag::baseVerb || tag == Tag::presentVerb || !noun) &&
+            !is(line.follows(i + 2), "this") && !is(line.follows(i + 2), "that") &&
+            !(noun && (is(line.lower(i), "before") || is(line.lower(i), "after") || is(line.lower(i), "on") ||
+                       is(line.lower(i), "in") || tag != Tag::baseVerb))) {
+            const QString gerund = tools.inflections.form(verb, Form::gerund);
+            if (!gerund.isEmpty()) {
+                line.replace(i + 1, gerund);
+            }
+        }
+    }
+}
+
+void gerundAfterVerb(Line& line, const RuleTools& tools) {
+    static const Words verbs =
+        words("enjoy enjoys enjoyed enjoying avoid avoids avoided avoiding suggest suggested "
+              "suggests finish finished finishes dislike dislikes disliked practice practise "
+              "recommend recommended recommends quit");
+    for (int i = 0; i + 2 < line.wordCount(); ++i) {
+        const QString verb = line.follows(i + 2);
+        if (verbs.contains(line.lower(i)) && is(line.follows(i + 1), "to") &&
+            tools.inflections.is(verb, Form::base) && isVerb(line.tag(i)) && line.tag(i) != Tag::participle &&
+            line.tag(i + 2) == Tag::baseVerb && !isProtected(line.word(i + 2))) {
+            const QString gerund = tools.inflections.form(verb, Form::gerund);
+            if (!gerund.isEmpty()) {
+                line.replace(i + 2, gerund);
+                line.remove(i + 1);
+            }
+        }
+    }
+}
+
+void toAfterWant(Line& line, const RuleTools& tools) {
+    static const Words verbs = words("want wants wanted decided able");
+    for (int i = 0; i + 1 < line.wordCount(); ++i) {
+        const QString verb = line.follows(i + 1);
+        if (verbs.contains(line.lower(i)) && tools.inflections.is(verb, Form::base) &&
+            !isProtected(line.word(i + 1)) && !is(verb, "to") && !is(verb, "let") && !is(verb, "do") &&
+            ((!tools.inflections.is(verb, Form::singular) && !tools.inflections.is(verb, Form::plain) &&
+              line.tag(i + 1) != Tag::noun && isVerb(line.tag(i + 1))) ||
+             (!is(verb, "help") && gainOf(line, tools, i + 1, 1, {QStringLiteral("to"), verb}) > 3))) {
+            line.insertBefore(i + 1, QStringLiteral("to"));
+        }
+    }
+}
+
+void bareAfterLet(Line& line, const RuleTools& tools) {
+    static const Words causing = words("let lets let's make makes made making");
+    static const Words objects = words("me him her us them you it people");
+    for (int i = 0; i + 3 < line.wordCount(); ++i) {
+        const QString verb = line.follows(i + 3);
+        if (causing.contains(line.lower(i)) && objects.contains(line.follows(i + 1)) &&
+            is(line.follows(i + 2), "to") && tools.inflections.is(verb, Form::base) &&
+            line.tag(i + 3) == Tag::baseVerb &&
+            !(is(line.follows(i + 1), "it") && line.lower(i).startsWith(QStringLiteral("ma"))) &&
+            !is(verb, "home")) {
+            line.remove(i + 2);
+        }
+    }
+}
+
+void noBeBesideVerb(Line& line, const RuleTools& tools) {
+    static const Words verbs =
+        words("agree agrees disagree belong belongs depend depends consist consists happen "
+              "happens exist exists seem seems believe believes want wants");
+    for (int i = 1; i + 1 < line.wordCount(); ++i) {
+        const QString be = line.lower(i);
+        const int at = verbAfter(line, i);
+        const QString verb = line.lower(at);
+        if ((is(be, "am") || is(be, "is") || is(be, "are")) && at == i + 1 && verbs.contains(verb) &&
+            (isNoun(line.tag(i - 1)) || isSubjectPronoun(line.before(i)))) {
+            const QString base =
+                tools.inflections.is(verb, Form::base) ? verb : baseOf(verb, tools.inflections);
+            line.replace(at, is(be, "is") ? tools.inflections.form(base, Form::thirdPerson) : base);
+            line.remove(i);
+        }
+    }
+}
+
+void gerundAfterBe(Line& line, const RuleTools& tools) {
+    static const Words verbs = words("go come wait try sit eat talk listen learn play write speak");
+    for (int i = 1; i + 1 < line.wordCount(); ++i) {
+        const QString be = line.lower(i);
+        const int at = verbAfter(line, i);
+        if ((is(be, "am") || is(be, "is") || is(be, "are") || is(be, "was") || is(be, "were")) &&
+            isSubjectPronoun(line.before(i)) && at < line.wordCount() && verbs.contains(line.lower(at)) &&
+            !isProtected(line.word(at))) {
+            line.replace(at, tools.inflections.form(line.lower(at), Form::gerund));
+        }
+    }
+}
+
+void overRegularForm(Line& line, const RuleTools& tools) {
+    for (int i = 0; i < line.wordCount(); ++i) {
+        const QString word = line.lower(i);
+        if (word.size() < 5 || isProtected(line.word(i)) || tools.speller.isKnown(word)) {
+            continue;
+        }
+        if (word.endsWith(QStringLiteral("ed"))) {
+            QStringList bases = {word.chopped(2), word.chopped(1)};
+            if (word.size() > 5 && word.at(word.size() - 3) == word.at(word.size() - 4)) {
+                bases.append(word.chopped(3));
+            }
+            if (word.endsWith(QStringLiteral("ied"))) {
+                bases.append(word.chopped(3) + u'y');
+            }
+            for (const QString& base : bases) {
+                const QString past = tools.inflections.form(base, Form::past);
+                if (!tools.inflections.is(base, Form::base) || past.isEmpty() ||
+                    past.endsWith(QStringLiteral("ed"))) {
+                    continue;
+                }
+                const QString before = line.before(i);
+                const bool perfect =
+                    isBe(before) || words("have has had haven't hasn't hadn't").contains(before);
+                line.replace(i, perfect ? tools.inflections.form(base, Form::participle) : past);
+                break;
+            }
+        } else if (word.endsWith(u's')) {
+            for (const QString& noun : {word.chopped(1), word.chopped(2)}) {
+                const QString plural = tools.inflections.form(noun, Form::plural);
+                if (tools.inflections.isCounted(noun) && !plural.isEmpty() && !plural.endsWith(u's')) {
+                    line.replace(i, plural);
+                    break;
+                }
+            }
+        }
+    }
+}
+
+} // namespace vellumline

@@ -1,0 +1,59 @@
+// Owns the clipboard with whatever targets and bytes a test has put into a folder.
+//
+//   vellumline-clipboard-owner
+//
+// It reads commands from its standard input, one a line, and says "ready" after each. "own FOLDER" offers
+// what is in that folder: a file "targets" with a name in each line, and the bytes of each in files 0, 1, and
+// so on. "clear" leaves the clipboard without an owner.
+
+#include <QClipboard>
+#include <QFile>
+#include <QGuiApplication>
+#include <QMimeData>
+#include <QSocketNotifier>
+#include <cstdio>
+#include <iostream>
+#include <string>
+#include <unistd.h>
+
+namespace {
+
+QByteArray contents(const QString& path) {
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+void own(const QString& folder) {
+    auto* data = new QMimeData; // the clipboard takes it
+    int number = 0;
+    for (const QByteArray& target : contents(folder + QStringLiteral("/targets")).split('\n')) {
+        if (!target.isEmpty())
+            data->setData(QString::fromUtf8(target), contents(folder + QStringLiteral("/%1").arg(number++)));
+    }
+    QGuiApplication::clipboard()->setMimeData(data);
+}
+
+void obey(const std::string& command) {
+    if (command == "clear")
+        QGuiApplication::clipboard()->clear();
+    else if (command.rfind("own ", 0) == 0)
+        own(QString::fromStdString(command.substr(4)));
+    std::puts("ready");
+    std::fflush(stdout);
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    QGuiApplication application(argc, argv);
+    QSocketNotifier notifier(STDIN_FILENO, QSocketNotifier::Read);
+    // Each command waits for its answer, so that there is never more than one line to read.
+    QObject::connect(&notifier, &QSocketNotifier::activated, &application, [] {
+        std::string command;
+        if (std::getline(std::cin, command))
+            obey(command);
+        else
+            QGuiApplication::quit();
+    });
+    return QGuiApplication::exec();
+}

@@ -1,0 +1,223 @@
+#include "VellumlineService/Correction/RulesEngine.h"
+
+#include <QTest>
+#include <algorithm>
+
+using namespace vellumline;
+
+namespace {
+
+struct WrongText {
+    const char* rule;
+    const char* wrong;
+    const char* right;
+};
+
+struct RightText {
+    const char* rule; ///< The one that must not take it for wrong.
+    const char* text;
+};
+
+const std::vector<WrongText>& wrongTexts();
+const std::vector<RightText>& rightTexts();
+
+} // namespace
+
+class GrammarRulesTest : public QObject {
+    Q_OBJECT
+
+    RulesEngine engine_;
+
+  private Q_SLOTS:
+    void everyRuleHasTextsForBothSides() {
+        const QStringList names = RulesEngine::ruleNames();
+        for (const QString& name : names) {
+            const auto isOfRule = [&](const auto& text) { return name == QLatin1String(text.rule); };
+            QVERIFY2(std::any_of(wrongTexts().cbegin(), wrongTexts().cend(), isOfRule), qPrintable(name));
+            QVERIFY2(std::any_of(rightTexts().cbegin(), rightTexts().cend(), isOfRule), qPrintable(name));
+        }
+    }
+    void theRuleCorrectsWhatIsWrong_data() {
+        QTest::addColumn<QString>("rule");
+        QTest::addColumn<QString>("wrong");
+        QTest::addColumn<QString>("right");
+        for (const WrongText& text : wrongTexts()) {
+            QTest::addRow("%s: %s", text.rule, text.wrong)
+                << QString::fromUtf8(text.rule) << QString::fromUtf8(text.wrong)
+                << QString::fromUtf8(text.right);
+        }
+    }
+    void theRuleCorrectsWhatIsWrong() {
+        QFETCH(QString, rule);
+        QFETCH(QString, wrong);
+        QFETCH(QString, right);
+        std::vector<CorrectionChange> changes;
+        QCOMPARE(engine_.correct(wrong, changes).text, right);
+        const bool named = std::any_of(changes.cbegin(), changes.cend(),
+                                       [&](const CorrectionChange& change) { return change.rule == rule; });
+        QVERIFY2(named, "another rule made the change");
+        QCOMPARE(engine_.correct(right).text, right);
+    }
+    void whatIsRightStays_data() {
+        QTest::addColumn<QString>("text");
+        for (const RightText& text : rightTexts()) {
+            QTest::addRow("%s: %s", text.rule, text.text) << QString::fromUtf8(text.text);
+        }
+    }
+    void whatIsRightStays() {
+        QFETCH(QString, text);
+        QCOMPARE(engine_.correct(text).text, text);
+    }
+};
+
+namespace {
+
+const std::vector<WrongText>& wrongTexts() {
+    static const std::vector<WrongText> texts = {
+        {"doubled-word", "Put it on the the shelf.", "Put it on the shelf."},
+        {"known-slip", "We didnt see the sign.", "We didn't see the sign."},
+        {"known-slip", "She eats alot of fruit.", "She eats a lot of fruit."},
+        {"lone-i", "My brother and i went home.", "My brother and I went home."},
+        {"have-with-past", "I have ate at that place before.", "I have eaten at that place before."},
+        {"over-regular", "The children drawed a map.", "The children drew a map."},
+        {"spelling", "The kalendar hangs behind the door.", "The calendar hangs behind the door."},
+        {"real-word", "I could not here the speaker.", "I could not hear the speaker."},
+        {"modal-slip", "You should of asked me first.", "You should have asked me first."},
+        {"space-before-sign", "We packed the tent , the stove and the map .",
+         "We packed the tent, the stove and the map."},
+        {"fixed-phrase", "In the other hand, trains are slower.", "On the other hand, trains are slower."},
+        {"fixed-phrase", "Despite of the rain we went out.", "Despite the rain we went out."},
+        {"have-participle", "The guests had already drank the coffee.",
+         "The guests had already drunk the coffee."},
+        {"be-participle", "The letter was wrote by my aunt.", "The letter was written by my aunt."},
+        {"be-participle-frame", "The film is base on a novel.", "The film is based on a novel."},
+        {"do-base", "The driver did not stopped at the corner.", "The driver did not stop at the corner."},
+        {"do-base", "Why did she left so early?", "Why did she leave so early?"},
+        {"modal-base", "You can comes whenever you like.", "You can come whenever you like."},
+        {"to-base", "They decided to went by train.", "They decided to go by train."},
+        {"preposition-gerund", "Thank you for help me with the boxes.",
+         "Thank you for helping me with the boxes."},
+        {"verb-gerund", "My father enjoys to cook on Sundays.", "My father enjoys cooking on Sundays."},
+        {"verb-to", "I want know the reason.", "I want to know the reason."},
+        {"let-bare", "Please let me to explain the plan.", "Please let me explain the plan."},
+        {"be-beside-verb", "I am agree with your plan.", "I agree with your plan."},
+        {"be-gerund", "We are go to the lake today.", "We are going to the lake today."},
+        {"plural-after-many", "She has written many letter to the bank.",
+         "She has written many letters to the bank."},
+        {"plural-after-figure", "The box holds 12 bottle.", "The box holds 12 bottles."},
+        {"one-of-many", "He is one of my friend.", "He is one of my friends."},
+        {"uncounted-plural", "We bought new softwares last week.", "We bought new software last week."},
+        {"uncounted-article", "She gave me an advice.", "She gave me advice."},
+        {"singular-after-each", "Every rooms has a balcony.", "Every room has a balcony."},
+        {"this-these", "I bought this apples at the market.", "I bought these apples at the market."},
+        {"much-many", "There were too much people in the lift.", "There were too many people in the lift."},
+        {"quantity-of", "Most of people like music.", "Most people like music."},
+        {"subject-verb", "The quality of the photos are poor.", "The quality of the photos is poor."},
+        {"subject-verb", "My neighbour work in a bakery.", "My neighbour works in a bakery."},
+        {"subject-verb", "The dogs barks all night.", "The dogs bark all night."},
+        {"relative-clause-verb", "I know a man who live in that house.",
+         "I know a man who lives in that house."},
+        {"there-is", "There is many reasons to stay.", "There are many reasons to stay."},
+        {"verb-preposition", "The team consists from five people.", "The team consists of five people."},
+        {"verb-preposition", "We discussed about the budget.", "We discussed the budget."},
+        {"adjective-preposition", "My father is proud about his garden.",
+         "My father is proud of his garden."},
+        {"missing-preposition", "He never listens me.", "He never listens to me."},
+        {"tell-say", "She said me that she was tired.", "She told me that she was tired."},
+        {"time-preposition", "The shop is closed in Monday.", "The shop is closed on Monday."},
+        {"missing-article", "My sister is teacher.", "My sister is a teacher."},
+        {"double-comparative", "This road is more longer than the other.",
+         "This road is longer than the other."},
+        {"pronoun-case", "Him and I went to the market.", "He and I went to the market."},
+        {"introductory-comma", "However the plan did not work.", "However, the plan did not work."},
+        {"comma-before-but", "I called my uncle twice yesterday but he did not answer.",
+         "I called my uncle twice yesterday, but he did not answer."},
+        {"comma-after-clause", "If the train does not come soon we will take the bus.",
+         "If the train does not come soon, we will take the bus."},
+        {"question-mark", "Where did you put the keys.", "Where did you put the keys?"},
+        {"confusion", "Your welcome to stay.", "You're welcome to stay."},
+        {"a-an", "She is an friend of mine.", "She is a friend of mine."},
+        {"capital-name", "The office opens on monday.", "The office opens on Monday."},
+        {"sentence-capital", "we left before noon because of the snow.",
+         "We left before noon because of the snow."},
+    };
+    return texts;
+}
+
+const std::vector<RightText>& rightTexts() {
+    static const std::vector<RightText> texts = {
+        {"doubled-word", "He knew that that was true."},
+        {"doubled-word", "She had had enough of it."},
+        {"known-slip", "It was his wont to walk at dawn."},
+        {"lone-i", "See section (i) for the details."},
+        {"have-with-past", "They have gone home."},
+        {"over-regular", "The wire was grounded yesterday."},
+        {"spelling", "Mr Szymborsky lives in Wroclaw."},
+        {"real-word", "They're over there with their dog."},
+        {"modal-slip", "You must of course wait."},
+        {"space-before-sign", "The file .profile stays where it is."},
+        {"fixed-phrase", "He held a cup in his other hand."},
+        {"have-participle", "The town has cut costs."},
+        {"have-participle", "They have left us."},
+        {"be-participle", "The year was then nearly over."},
+        {"be-participle-frame", "The plan is to use of course both."},
+        {"do-base", "What he did pleased them."},
+        {"do-base", "They did not need used furniture."},
+        {"modal-base", "The can leaks."},
+        {"modal-base", "He could better explain it."},
+        {"to-base", "I look forward to cooked meals."},
+        {"to-base", "We are used to the noise."},
+        {"preposition-gerund", "The demand for help is growing."},
+        {"verb-gerund", "They finished to great applause."},
+        {"verb-to", "I want help with this."},
+        {"let-bare", "Let it be known to all."},
+        {"be-beside-verb", "The agreed price is fair."},
+        {"be-gerund", "They are live and loud."},
+        {"plural-after-many", "These two-door cars are cheap."},
+        {"plural-after-many", "The other driver waved."},
+        {"plural-after-figure", "It is a 12 month contract."},
+        {"one-of-many", "Two of the family stayed at home."},
+        {"uncounted-plural", "The waters of the lake are cold."},
+        {"uncounted-article", "It was a weather report."},
+        {"singular-after-each", "Every sales manager was there."},
+        {"this-these", "This news is old."},
+        {"this-these", "This tells us little."},
+        {"much-many", "We do not have much furniture."},
+        {"quantity-of", "Most of my friends like music."},
+        {"subject-verb", "The team are playing well."},
+        {"subject-verb", "I suggest that he wait outside."},
+        {"subject-verb", "If I were you, I would go."},
+        {"subject-verb", "The man and his dog walk every day."},
+        {"subject-verb", "Ten years is a long time."},
+        {"subject-verb", "Let the boy speak."},
+        {"subject-verb", "Does the new engine work?"},
+        {"relative-clause-verb", "The people who live here are kind."},
+        {"relative-clause-verb", "She is one of those teachers who like noise."},
+        {"there-is", "There is a table and two chairs in the room."},
+        {"verb-preposition", "The talk was about the budget."},
+        {"adjective-preposition", "Similar things happen with glass."},
+        {"missing-preposition", "Wait a minute."},
+        {"missing-preposition", "He left without a reply the next day."},
+        {"tell-say", "She said to him that she was tired."},
+        {"time-preposition", "I will be there at noon on Monday."},
+        {"missing-article", "As a teacher she was strict."},
+        {"missing-article", "She is teacher and nurse to them."},
+        {"double-comparative", "We need more plain shelves than tables."},
+        {"pronoun-case", "It was he who called."},
+        {"introductory-comma", "However hard we tried, the door stayed shut."},
+        {"introductory-comma", "Finally home, she slept."},
+        {"comma-before-but", "It was slow but sure."},
+        {"comma-after-clause", "If you knew what he would say, why ask?"},
+        {"question-mark", "How he did it is a mystery."},
+        {"confusion", "It's a long way to the top."},
+        {"a-an", "It took an hour on a one-way street."},
+        {"capital-name", "The soldiers march in the morning."},
+        {"sentence-capital", "milk, bread, eggs"},
+    };
+    return texts;
+}
+
+} // namespace
+
+QTEST_APPLESS_MAIN(GrammarRulesTest)
+#include "tst_grammar_rules.moc"
