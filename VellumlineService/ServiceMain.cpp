@@ -153,10 +153,7 @@ int runService(QCoreApplication& application) {
     limits.connections = configuration->connections;
     limits.body = configuration->bodyBytes;
     limits.waitingCorrections = configuration->waitingCorrections;
-    if (asksAnotherServer(engineSettings)) {
-        // They wait, and take no core; beyond that a model of one's own would only get slower.
-        limits.correctionWorkers = 16;
-    }
+    limits.parallelCorrections = configuration->parallelCorrections;
     HttpServer server(
         limits, [&service](const HttpRequest& request) { return service.handle(request); },
         &CorrectionService::laneOf);

@@ -113,10 +113,6 @@ std::optional<QString> correctionEngineProblem(const EngineSettings& settings) {
     return httpAddressProblem(name.url, settings.http.plainHttp);
 }
 
-bool asksAnotherServer(const EngineSettings& settings) {
-    return !correctionEngineNames().contains(settings.name);
-}
-
 std::unique_ptr<CorrectionEngine> makeCorrectionEngine(const EngineSettings& settings) {
     if (correctionEngineProblem(settings)) {
         return nullptr;

@@ -38,8 +38,6 @@ struct EngineSettings {
 QStringList correctionEngineForms();
 /// What is wrong with the name, after "engine"; nothing when there is such an engine.
 std::optional<QString> correctionEngineProblem(const EngineSettings& settings);
-/// Whether the text may go to a server that is none of ours.
-bool asksAnotherServer(const EngineSettings& settings);
 /// Null when there is a problem.
 std::unique_ptr<CorrectionEngine> makeCorrectionEngine(const EngineSettings& settings);
 

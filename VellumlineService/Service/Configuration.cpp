@@ -150,8 +150,11 @@ const QList<Configuration::Setting>& Configuration::settings() {
         {"metrics", "on or off", QStringLiteral("on"), QStringLiteral("Whether /metrics answers.")},
         {"connections", "number", QStringLiteral("512"), QStringLiteral("Most connections at once.")},
         {"body-bytes", "number", QStringLiteral("262144"), QStringLiteral("Largest body of a request.")},
+        {"parallel-corrections", "number", QStringLiteral("16"),
+         QStringLiteral(
+             "Most corrections that are worked on at once; each has its connection to the database.")},
         {"waiting-corrections", "number", QStringLiteral("256"),
-         QStringLiteral("Most corrections that wait for a free processor.")},
+         QStringLiteral("Most corrections that wait or are worked on.")},
     };
     return all;
 }
@@ -305,7 +308,8 @@ std::optional<Configuration> Configuration::read(const Given& commandLine,
     const auto connections = number("connections", 1, 100'000);
     const auto bodyBytes = number("body-bytes", 32 * 1024, 16 * 1024 * 1024);
     const auto waiting = number("waiting-corrections", 1, 100'000);
-    if (!port || !engineSeconds || !connections || !bodyBytes || !waiting) {
+    const auto parallel = number("parallel-corrections", 1, 1000);
+    if (!port || !engineSeconds || !connections || !bodyBytes || !waiting || !parallel) {
         return {};
     }
     made.port = static_cast<quint16>(*port);
@@ -313,6 +317,7 @@ std::optional<Configuration> Configuration::read(const Given& commandLine,
     made.connections = static_cast<int>(*connections);
     made.bodyBytes = static_cast<qsizetype>(*bodyBytes);
     made.waitingCorrections = static_cast<int>(*waiting);
+    made.parallelCorrections = static_cast<int>(*parallel);
     QString unread;
     const auto database = DatabaseAddress::from(made.one("database"), unread);
     if (!database) {

@@ -47,6 +47,7 @@ class Configuration {
     int connections = 0;
     qsizetype bodyBytes = 0;
     int waitingCorrections = 0;
+    int parallelCorrections = 0;
 
   private:
     struct Source {

@@ -212,17 +212,21 @@ DatabaseAnswer Database::run(const char* statement, const QVariantList& values) 
     if (!first.database.isOpen()) {
         return DatabaseAnswer(nullptr);
     }
+    const bool reads = qstrncmp(statement, "SELECT", 6) == 0;
+    if (address_.kind == DatabaseAddress::Kind::sqlite) {
+        const QMutexLocker lock(reads || first.inTransaction ? nullptr : &writing_);
+        return DatabaseAnswer(tryOnce(first, statement, values));
+    }
     if (QSqlQuery* query = tryOnce(first, statement, values)) {
         return DatabaseAnswer(query);
     }
     // Has PostgreSQL ended the connection, as it does when it restarts? Then whatever came first on it can
     // only have failed, unless it was a write: one that was sent may have been done, and is not repeated.
-    if (address_.kind == DatabaseAddress::Kind::sqlite || first.inTransaction ||
-        execute(first.database, QStringLiteral("SELECT 1"))) {
+    if (first.inTransaction || execute(first.database, QStringLiteral("SELECT 1"))) {
         return DatabaseAnswer(nullptr);
     }
     dropConnection();
-    if (qstrncmp(statement, "SELECT", 6) != 0) {
+    if (!reads) {
         return DatabaseAnswer(nullptr);
     }
     Connection& second = connection();
@@ -234,6 +238,7 @@ bool Database::inTransaction(const std::function<bool()>& work) {
     // SQLITE_BUSY without any wait (sqlite.org/lang_transaction.html).
     const QString begin = address_.kind == DatabaseAddress::Kind::sqlite ? QStringLiteral("BEGIN IMMEDIATE")
                                                                          : QStringLiteral("BEGIN");
+    const QMutexLocker lock(address_.kind == DatabaseAddress::Kind::sqlite ? &writing_ : nullptr);
     if (!connection().database.isOpen() || !execute(connection().database, begin)) {
         if (address_.kind == DatabaseAddress::Kind::sqlite) {
             return false;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QMutex>
 #include <QSqlQuery>
 #include <QString>
 #include <QVariant>
@@ -92,6 +93,9 @@ class Database {
     std::optional<QString> makeFile() const;
 
     const DatabaseAddress address_;
+    /// SQLite has one writer at a time and lets others sleep for up to 100 ms between looks; here they are
+    /// woken.
+    QMutex writing_;
     const quint64 id_;
     FailureReport report_;
 };

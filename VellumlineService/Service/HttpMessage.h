@@ -67,8 +67,9 @@ struct HttpLimits {
     /// Beyond this many waiting corrections an honest "unavailable" is better than an answer after the
     /// client's patience: two cores make about 1000 in a second.
     int waitingCorrections = 256;
-    /// 0: one for each core. More when corrections wait for another server rather than for a core.
-    int correctionWorkers = 0;
+    /// How many corrections are worked on at once. A worker mostly waits: for a database on a network to have
+    /// written the count, or for an engine that is elsewhere.
+    int parallelCorrections = 16;
     /// A password's check takes 64 MiB and a tenth of a second; an attacker may not fill a queue with them.
     int waitingPasswords = 16;
     /// A client that does not take its answers gets no further ones.

@@ -253,10 +253,8 @@ class HttpConnection : public QObject {
 
 HttpServer::HttpServer(HttpLimits limits, Handler handler, LaneOf laneOf, QObject* parent)
     : QTcpServer(parent), limits_(limits), handler_(std::move(handler)), laneOf_(std::move(laneOf)) {
-    const int cores = std::max(2, QThread::idealThreadCount());
-    const int corrections = std::max(cores, limits_.correctionWorkers);
     const std::array<std::pair<int, int>, 3> sizes = {
-        {{2, 0}, {corrections, limits_.waitingCorrections}, {1, limits_.waitingPasswords}}};
+        {{2, 0}, {limits_.parallelCorrections, limits_.waitingCorrections}, {1, limits_.waitingPasswords}}};
     for (size_t i = 0; i < lanes_.size(); ++i) {
         lanes_[i].pool.setMaxThreadCount(sizes[i].first);
         lanes_[i].pool.setExpiryTimeout(-1);

@@ -258,7 +258,7 @@ class HttpServerTest : public QObject {
         QSemaphore gate;
         std::atomic<int> running = 0;
         HttpLimits limits;
-        limits.correctionWorkers = 40;
+        limits.parallelCorrections = 40;
         HttpServer server(
             limits,
             [&](const HttpRequest&) {
