@@ -21,9 +21,10 @@ packages[demo]="
     xvfb openbox dbus-x11 gnome-keyring libsecret-tools xdotool wmctrl x11-xserver-utils x11-xkb-utils
     xclip imagemagick fonts-dejavu-core procps util-linux iproute2 python3 python3-gi gir1.2-atspi-2.0
     mousepad featherpad chromium chromium-driver"
-# The applications, tray hosts and clipboard managers that the desktop tests run against, and the service's other database.
+# The applications, tray hosts and clipboard managers that the desktop tests run against, the service's other database and its
+# benchmark's client.
 packages[test]="
-    libqt6sql6-psql postgresql xinput x11-apps xfwm4 openssl tint2 trayer xfce4-panel lxqt-panel python3-pil python3-xdg faketime xbindkeys
+    libqt6sql6-psql postgresql wrk xinput x11-apps xfwm4 openssl tint2 trayer xfce4-panel lxqt-panel python3-pil python3-xdg faketime xbindkeys
     kate gedit gnome-text-editor libreoffice-writer libreoffice-gtk3 firefox-esr xterm xfce4-terminal plasma-workspace"
 # What benchmarks/peers compares with; it leaves out what is not there.
 packages[bench]="xbindkeys xdotool xclip curl jq copyq"
