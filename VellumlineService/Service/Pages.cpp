@@ -45,7 +45,7 @@ form .button{margin-top:20px}
 .problem{margin:16px 0;padding:12px 14px;border:1px solid var(--bad);border-radius:10px;color:var(--bad);font-weight:600}
 .quiet{background:none;border:1px solid var(--edge);color:var(--ink)}
 .small{width:auto;padding:6px 14px;font-size:.875rem}
-.sessions{margin:0;padding:0;list-style:none}
+.sessions{margin:12px 0 0;padding:0;list-style:none}
 .sessions li{display:flex;flex-wrap:wrap;gap:8px 16px;align-items:center;justify-content:space-between;padding:12px 0;
 border-top:1px solid var(--line)}
 .sessions form,.sessions .button{margin:0}
@@ -201,14 +201,14 @@ QString sessionList(const AccountPage& page) {
     if (page.sessions.isEmpty()) {
         return text + QStringLiteral("<p>Nowhere at present.</p>");
     }
-    text += QStringLiteral("<ul class=\"sessions\">");
+    text += QStringLiteral("<p class=\"hint\">Times are in UTC.</p><ul class=\"sessions\">");
     for (const Storage::Session& session : page.sessions) {
         const bool own = session.id == page.ownSession;
         const QString name = own ? QStringLiteral("This browser")
                              : session.kind == Storage::Session::Kind::program
                                  ? QStringLiteral("The Vellumline program")
                                  : QStringLiteral("A browser");
-        text += QStringLiteral("<li><span>%1<span>Signed in %2 UTC<br>Last used %3 UTC</span></span>")
+        text += QStringLiteral("<li><span>%1<span>Signed in %2<br>Last used %3</span></span>")
                     .arg(name, dayOf(session.createdAt), dayOf(session.lastUsedAt));
         if (!own) {
             text += QStringLiteral(
@@ -327,7 +327,12 @@ HttpAnswer signedIn(const QByteArray& code) {
 
 HttpAnswer account(int status, const AccountPage& page) {
     const Account& account = page.account;
-    QString text = QStringLiteral("<h1>Your account</h1>") + problemText(page.problem);
+    QString text = QStringLiteral("<h1>Your account</h1>");
+    // Beside a name, in the list below, an address breaks within a word on a narrow screen.
+    if (!account.email.isEmpty()) {
+        text += QStringLiteral("<p>%1</p>").arg(account.email.toHtmlEscaped());
+    }
+    text += problemText(page.problem);
     if (account.closed) {
         text += QStringLiteral("<p class=\"strong\">This account is closed.</p>") +
                 button("/account/reopen", page.formToken, QStringLiteral("Reopen the account"), "button");
@@ -339,15 +344,11 @@ HttpAnswer account(int status, const AccountPage& page) {
     } else if (page.isLocal) {
         text += QStringLiteral("<p>This account belongs to the correction service on this machine.</p>");
     }
-    // Beside a name an address breaks within a word on a narrow screen.
-    if (!account.email.isEmpty()) {
-        text += QStringLiteral("<p class=\"strong\">%1</p>").arg(account.email.toHtmlEscaped());
-    }
     text += QStringLiteral("<dl>") + usageRows(account, page.thisMonth) +
             QStringLiteral("</dl><p class=\"links\"><a href=\"/plan/\">Plans</a></p>") + sessionList(page);
     if (!page.isLocal) {
         text +=
-            button("/logout", page.formToken, QStringLiteral("Sign out of this browser"), "button quiet") +
+            button("/logout", page.formToken, QStringLiteral("Sign out here"), "button quiet") +
             QStringLiteral("<details%1><summary>Change the password</summary><form method=\"post\" "
                            "action=\"/account/password\">")
                 .arg(page.problem.isEmpty() ? QString() : QStringLiteral(" open")) +
