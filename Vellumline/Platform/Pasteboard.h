@@ -4,6 +4,7 @@
 #include <QCoroTask>
 #include <QList>
 #include <QString>
+#include <chrono>
 #include <optional>
 
 namespace vellumline {
@@ -61,6 +62,8 @@ class Pasteboard {
     /// Changes whenever anybody, this program included, takes or gives up the pasteboard. Only "differs" has
     /// meaning. Known without asking another process.
     virtual qint64 changeCount() const = 0;
+    /// Ends when the change count changes next, or after so long.
+    virtual QCoro::Task<void> nextChange(std::chrono::milliseconds limit) = 0;
     /// Every item with every type and its bytes, within the adapter's time and size budget.
     virtual QCoro::Task<PasteboardContents> contents() = 0;
     /// The bytes of one type (a PasteboardType or a platform type); nothing when there are none.

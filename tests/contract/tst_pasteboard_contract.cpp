@@ -6,6 +6,7 @@
 
 #include <QCoroTask>
 #include <QCoroTimer>
+#include <QElapsedTimer>
 #include <QTest>
 
 using namespace vellumline;
@@ -178,6 +179,26 @@ class PasteboardContract : public QObject {
         const auto count = board().changeCount();
         desktop_->copyElsewhere({FakePasteboard::textItem(QStringLiteral("theirs"))});
         QVERIFY(board().changeCount() != count);
+    }
+
+    void waitingForAChangeEndsWithIt() {
+        QElapsedTimer elapsed;
+        elapsed.start();
+        const auto count = board().changeCount();
+        auto waiting = board().nextChange(std::chrono::seconds(60));
+        QTimer::singleShot(20, this, [this] { desktop_->copyElsewhere({threeTypes(1)}); });
+        QCoro::waitFor(std::move(waiting));
+        QVERIFY(board().changeCount() != count);
+        QVERIFY(elapsed.elapsed() < 50000);
+    }
+
+    void waitingForAChangeEndsWithoutOneInTime() {
+        QElapsedTimer elapsed;
+        elapsed.start();
+        const auto count = board().changeCount();
+        QCoro::waitFor(board().nextChange(std::chrono::milliseconds(30)));
+        QVERIFY(elapsed.elapsed() >= 29); // the fake's timer here counts in coarse steps
+        QCOMPARE(board().changeCount(), count);
     }
 
     void theCountChangesWhenAnotherProgramLeaves() {

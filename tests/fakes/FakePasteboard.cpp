@@ -22,6 +22,8 @@ void FakePasteboard::State::replace(const QList<PasteboardItem>& newItems, bool 
     items = newItems;
     ours = byThisProgram;
     ++changeCount;
+    for (AsyncResult<bool> each : std::exchange(waiting, {}))
+        each.set(true);
 }
 
 qint64 FakePasteboard::changeCount() const {
@@ -29,6 +31,19 @@ qint64 FakePasteboard::changeCount() const {
     if (logsChangeCount)
         log_.add(QStringLiteral("changeCount"));
     return state_->changeCount;
+}
+
+QCoro::Task<void> FakePasteboard::nextChange(std::chrono::milliseconds limit) {
+    const AsyncResult<bool> end;
+    state_->waiting.append(end);
+    endLater(clock_, limit, end);
+    co_await end;
+}
+
+QCoro::Task<void> FakePasteboard::endLater(Clock& clock, std::chrono::milliseconds limit,
+                                           AsyncResult<bool> end) {
+    co_await clock.sleepFor(limit);
+    end.set(false);
 }
 
 QCoro::Task<PasteboardContents> FakePasteboard::contents() {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Vellumline/AsyncResult.h"
 #include "Vellumline/Platform/Clock.h"
 #include "Vellumline/Platform/Pasteboard.h"
 #include "tests/fakes/CallLog.h"
@@ -19,6 +20,7 @@ class FakePasteboard final : public Pasteboard {
     explicit FakePasteboard(Clock& clock, QStringList* sharedLog = nullptr);
 
     qint64 changeCount() const override;
+    QCoro::Task<void> nextChange(std::chrono::milliseconds limit) override;
     QCoro::Task<PasteboardContents> contents() override;
     QCoro::Task<std::optional<QByteArray>> data(QString type) override;
     QCoro::Task<std::optional<QString>> string() override;
@@ -78,10 +80,12 @@ class FakePasteboard final : public Pasteboard {
         qint64 changeCount = 1;
         bool ours = false;
         int pending = 0;
+        QList<AsyncResult<bool>> waiting; ///< for the next change
         void replace(const QList<PasteboardItem>& newItems, bool byThisProgram);
     };
     class Pending;
 
+    static QCoro::Task<void> endLater(Clock& clock, std::chrono::milliseconds limit, AsyncResult<bool> end);
     static QCoro::Task<void> copyLater(Clock& clock, std::weak_ptr<State> state, QList<Step> steps);
     bool isUnreadable() const { return ownerHangs && !state_->ours; }
 

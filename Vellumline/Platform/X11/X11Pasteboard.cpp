@@ -1,5 +1,6 @@
 #include "Vellumline/Platform/X11/X11Pasteboard.h"
 
+#include <QCoroTimer>
 #include <QMetaObject>
 #include <algorithm>
 #include <utility>
@@ -124,6 +125,7 @@ void X11Pasteboard::lose() {
     closing_ = true;
     owner_ = XCB_WINDOW_NONE;
     reader_->close();
+    nextChange_.wake();
     ownerChange_.wake();
     writeProgress_.wake();
 }
@@ -156,12 +158,37 @@ void X11Pasteboard::handle(const xcb_generic_event_t& event) {
     ++ownerEvents_;
     const bool isEndOfClear = releasing_ && owner_ == XCB_WINDOW_NONE;
     if (!isEndOfClear) // that one was counted when the clear was asked for
-        ++changeCount_;
+        countChange();
     clearing_ = false;
     clearTimer_.stop();
     reader_->interrupt();
     ownerChange_.wake();
     writeProgress_.wake();
+}
+
+void X11Pasteboard::countChange() {
+    ++changeCount_;
+    // Later: whoever waits goes on to read, and every handler is to have seen this event before the next one.
+    QMetaObject::invokeMethod(
+        this, [this] { nextChange_.wake(); }, Qt::QueuedConnection);
+}
+
+QCoro::Task<void> X11Pasteboard::nextChange(milliseconds limit) {
+    auto awaitedTurn = changeTurn_.mine();
+    const auto turn = co_await awaitedTurn;
+    if (isLost()) { // there is no change any more, and a caller that asks again must not do so at once
+        co_await QCoro::sleepFor(limit);
+        co_return;
+    }
+    const auto count = changeCount_;
+    const auto end = SteadyClock::now() + limit;
+    while (!isLost() && changeCount_ == count) {
+        const auto left = std::chrono::ceil<milliseconds>(end - SteadyClock::now());
+        if (left.count() <= 0)
+            break;
+        auto waiting = nextChange_.until(left);
+        co_await waiting;
+    }
 }
 
 qint64 X11Pasteboard::changeCount() const {
@@ -427,7 +454,7 @@ QCoro::Task<void> X11Pasteboard::clearContents() {
     ownItems_.clear();
     pasted_.reset();
     // Empty for this program from here on, for the others in a moment.
-    ++changeCount_;
+    countChange();
     clearing_ = true;
     clearTimer_.start(clearDelay);
 }

@@ -37,6 +37,7 @@ class X11Pasteboard final : public QObject, public Pasteboard {
     ~X11Pasteboard() override;
 
     qint64 changeCount() const override;
+    QCoro::Task<void> nextChange(std::chrono::milliseconds limit) override;
     QCoro::Task<PasteboardContents> contents() override;
     QCoro::Task<std::optional<QByteArray>> data(QString type) override;
     QCoro::Task<std::optional<QString>> string() override;
@@ -73,6 +74,7 @@ class X11Pasteboard final : public QObject, public Pasteboard {
     bool start(const QByteArray& display, std::uint8_t fixesFirstEvent);
 
     void handle(const xcb_generic_event_t& event);
+    void countChange();
     void lose();
     QCoro::Task<void> finishClear();
     QString nameOf(xcb_atom_t atom) const;
@@ -93,6 +95,8 @@ class X11Pasteboard final : public QObject, public Pasteboard {
     xcb_atom_t targets_;
 
     qint64 changeCount_ = 1;
+    X11Turn changeTurn_;
+    X11Wait nextChange_;
     xcb_window_t owner_ = XCB_WINDOW_NONE;
     xcb_timestamp_t ownedSince_ = 0;
     qint64 ownerEvents_ = 0;
