@@ -83,6 +83,23 @@ bool isClipped(const Line& line, int i) {
            (line.punctuationAfter(i) == u'\'' || line.punctuationAfter(i) == QChar(0x2019));
 }
 
+/// Two strangers or more between quotes: a phrase of another language.
+bool isQuotedPhrase(const Line& line, int i, const std::vector<bool>& wrong) {
+    int first = i;
+    while (first > 0 && line.isNextTo(first) && wrong[static_cast<size_t>(first) - 1]) {
+        --first;
+    }
+    int last = i;
+    while (last + 1 < line.wordCount() && line.isNextTo(last + 1) && wrong[static_cast<size_t>(last) + 1]) {
+        ++last;
+    }
+    const QString before = line.gapBefore(first);
+    const QChar after = line.punctuationAfter(last);
+    return last > first && !before.isEmpty() &&
+           QStringView(u"\"'\u201C\u2018\u00AB").contains(before.back()) && !after.isNull() &&
+           QStringView(u"\"'\u201D\u2019\u00BB,.").contains(after);
+}
+
 } // namespace
 
 void applySpelling(Line& line, const RuleTools& tools) {
@@ -116,7 +133,8 @@ void applySpelling(Line& line, const RuleTools& tools) {
         // A capital and an unknown neighbour: a name or a phrase of another language.
         const bool foreign =
             capital && i + 1 < line.wordCount() && line.isNextTo(i + 1) && wrong[static_cast<size_t>(i) + 1];
-        if (!wrong[static_cast<size_t>(i)] || token.lower.contains(u'\'') || isClipped(line, i) || foreign) {
+        if (!wrong[static_cast<size_t>(i)] || token.lower.contains(u'\'') || isClipped(line, i) || foreign ||
+            isQuotedPhrase(line, i, wrong)) {
             continue;
         }
         if (!scorer) {
