@@ -33,6 +33,8 @@ void toAfterWant(Line& line, const RuleTools& tools);
 void bareAfterLet(Line& line, const RuleTools& tools);
 void noBeBesideVerb(Line& line, const RuleTools& tools);
 void gerundAfterBe(Line& line, const RuleTools& tools);
+void pastTime(Line& line, const RuleTools& tools);
+void finiteBe(Line& line, const RuleTools& tools);
 void overRegularForm(Line& line, const RuleTools& tools);
 
 // RulesFrames.cpp
@@ -43,13 +45,25 @@ void missingPreposition(Line& line, const RuleTools& tools);
 void tellAndSay(Line& line, const RuleTools& tools);
 void prepositionOfTime(Line& line, const RuleTools& tools);
 void noOfBeforeBareNoun(Line& line, const RuleTools& tools);
+void twoDeterminers(Line& line, const RuleTools& tools);
+void othersBeforeNoun(Line& line, const RuleTools& tools);
 void missingArticle(Line& line, const RuleTools& tools);
 void doubleComparative(Line& line, const RuleTools& tools);
 void pronounCase(Line& line, const RuleTools& tools);
 
+// RulesByModel.cpp
+void articleByModel(Line& line, const RuleTools& tools);
+void pluralByModel(Line& line, const RuleTools& tools);
+void formAfterBe(Line& line, const RuleTools& tools);
+void comparativeByModel(Line& line, const RuleTools& tools);
+void possessor(Line& line, const RuleTools& tools);
+void doubledByModel(Line& line, const RuleTools& tools);
+void muchByModel(Line& line, const RuleTools& tools);
+
 // RulesPunctuation.cpp
 void spaceBeforeSign(Line& line, const RuleTools& tools);
 void introductoryComma(Line& line, const RuleTools& tools);
+void commaAfterPhrase(Line& line, const RuleTools& tools);
 void commaBeforeBut(Line& line, const RuleTools& tools);
 void commaAfterIfClause(Line& line, const RuleTools& tools);
 void questionMark(Line& line, const RuleTools& tools);

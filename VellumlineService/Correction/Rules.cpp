@@ -83,6 +83,10 @@ void knownSlips(Line& line, const RuleTools&) {
         "sitted:sat stealed:stole sweared:swore teared:tore weared:wore winned:won wored:wore tooked:took "
         "childs:children tooths:teeth sheeps:sheep deers:deer mices:mice informations:information "
         "furnitures:furniture advices:advice homeworks:homework equipments:equipment luggages:luggage "
+        "untill:until wonderfull:wonderful stressfull:stressful beautifull:beautiful usefull:useful "
+        "helpfull:helpful carefull:careful successfull:successful powerfull:powerful peacefull:peaceful "
+        "allready:already allways:always putted:put costed:cost themself:themselves theirself:themselves "
+        "hisself:himself ourself:ourselves "
         "aswell:as_well alot:a_lot eachother:each_other infact:in_fact incase:in_case atleast:at_least "
         "inspite:in_spite abit:a_bit thankyou:thank_you");
     for (int i = 0; i < line.wordCount(); ++i) {
@@ -271,6 +275,7 @@ const std::vector<Rule>& correctionRules() {
         {"doubled-word", "The same word stands there twice.", doubledWords},
         {"known-slip", "A form that does not exist, or words run together.", knownSlips},
         {"capital-name", "Names of days, months and languages have a capital.", capitalNames},
+        {"doubled-likely", "The same word stands there twice.", doubledByModel},
         {"lone-i", "The pronoun I is always a capital.", loneI},
         {"have-with-past", "After have stands the participle.", haveWithPast},
         {"over-regular", "This word has a form of its own.", overRegularForm},
@@ -292,6 +297,15 @@ const std::vector<Rule>& correctionRules() {
         {"let-bare", "After let and make stands the verb without to.", bareAfterLet},
         {"be-beside-verb", "The verb needs no be.", noBeBesideVerb},
         {"be-gerund", "After be stands the -ing form.", gerundAfterBe},
+        {"much-likely", "much goes with what is weighed, and with comparatives.", muchByModel},
+        {"other-others", "others stands alone, other before a noun.", othersBeforeNoun},
+        {"two-determiners", "One article or possessive is enough.", twoDeterminers},
+        {"possessor", "The possessor has an apostrophe.", possessor},
+        {"past-time", "A time in the past goes with the past tense.", pastTime},
+        {"finite-be", "After a subject be has a form of its own.", finiteBe},
+        {"be-form", "After be stands a participle or the -ing form.", formAfterBe},
+        {"introductory-comma", "A comma stands after the introduction.", introductoryComma},
+        {"comma-after-phrase", "A comma stands after the introduction.", commaAfterPhrase},
         {"plural-after-many", "More than one: the noun is in the plural.", pluralAfterMany},
         {"plural-after-figure", "More than one: the noun is in the plural.", pluralAfterFigure},
         {"one-of-many", "One of several: the noun is in the plural.", oneOfMany},
@@ -312,8 +326,10 @@ const std::vector<Rule>& correctionRules() {
         {"time-preposition", "Times take a preposition of their own.", prepositionOfTime},
         {"missing-article", "An article is missing.", missingArticle},
         {"double-comparative", "One sign of comparison is enough.", doubleComparative},
+        {"comparative-likely", "A short adjective has a comparative of its own.", comparativeByModel},
+        {"article-likely", "An article is missing.", articleByModel},
+        {"plural-likely", "Without an article the noun is in the plural.", pluralByModel},
         {"pronoun-case", "The pronoun has another form in this place.", pronounCase},
-        {"introductory-comma", "A comma stands after the introduction.", introductoryComma},
         {"comma-before-but", "A comma stands before the second clause.", commaBeforeBut},
         {"comma-after-clause", "A comma stands after the first clause.", commaAfterIfClause},
         {"question-mark", "A question ends with a question mark.", questionMark},

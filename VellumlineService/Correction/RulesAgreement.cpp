@@ -141,6 +141,14 @@ Subject subjectOf(const Line& line, int verb, const Inflections& inflections) {
         const QString before = line.before(first);
         if (before.isEmpty()) {
             // After a comma: only when what stands before it is no noun that could belong to the subject.
+            if (words("i he she it we they").contains(line.lower(first)) && first == phrase->head &&
+                !attracted && line.gapBefore(first) == QStringLiteral(", ")) {
+                return {number, first, false};
+            }
+            if (line.gapBefore(first) == QStringLiteral(": ") ||
+                line.gapBefore(first) == QStringLiteral("; ")) {
+                return {number, first, attracted};
+            }
             const int start = sentenceStart(line, first);
             const Tag opening = line.tag(start);
             const bool adverbial = (opening == Tag::preposition || isAdverb(opening) ||
@@ -188,6 +196,11 @@ Subject subjectOf(const Line& line, int verb, const Inflections& inflections) {
         }
         if (is(outer, "number") && is(line.before(first - 2), "the") && line.word(first - 3).startsSentence) {
             return {Number::singular, first - 3, true};
+        }
+        const bool quantity =
+            words("most some all many both several few").contains(outer) && is(before, "of");
+        if (quantity && number == Number::plural && line.word(first - 2).startsSentence) {
+            return {number, first - 2, false};
         }
         if (isGroupOrQuantity(outer)) {
             return {};
@@ -362,7 +375,9 @@ void agreeInRelativeClause(Line& line, const RuleTools& tools) {
             continue;
         }
         const QString right = agreeing(verb, number, isUnreal(line, i) || isDemanded(line, i), inflections);
-        if (!right.isEmpty() && right != verb && !(is(verb, "were") || is(verb, "have"))) {
+        // A clause behind a noun often belongs to another noun before it: "one of the men who are here".
+        if (!right.isEmpty() && right != verb && !(is(verb, "were") || is(verb, "have")) &&
+            gainOf(line, tools, i, 1, {right}) > -1) {
             line.replace(i, right);
         }
     }
@@ -397,13 +412,16 @@ void agreeAfterThere(Line& line, const RuleTools& tools) {
             } else if (!next.isEmpty()) {
                 head = i + 1;
             }
-            while (head > 0 && isAdjective(line.tag(head)) && line.isNextTo(head + 1)) {
+            while (head > 0 && (isAdjective(line.tag(head)) || is(line.lower(head), "also")) &&
+                   line.isNextTo(head + 1)) {
                 ++head;
             }
             const QString noun = line.lower(head);
             if (head > 0 && line.isNextTo(head) && line.tag(head) == Tag::pluralNoun &&
-                line.cliticTag(head) == Tag::other && tools.inflections.is(noun, Form::plural) &&
-                !tools.inflections.is(noun, Form::singular) && !isPluralInForm(noun) &&
+                line.cliticTag(head) == Tag::other &&
+                (is(noun, "people") ||
+                 (tools.inflections.is(noun, Form::plural) && !tools.inflections.is(noun, Form::singular) &&
+                  !isPluralInForm(noun))) &&
                 !isNoun(line.tag(head + 1))) {
                 line.replace(i, many.value(verb));
             }

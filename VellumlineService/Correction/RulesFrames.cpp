@@ -99,6 +99,47 @@ void fixedPhrase(Line& line, const RuleTools&) {
         "on other hand:on the other hand",
         "in other hand:on the other hand",
         "at same time:at the same time",
+        "in a such:in such a",
+        "is a such:is such a",
+        "i m:i'm",
+        "home work:homework",
+        "house work:housework",
+        "an other:another",
+        "with out:without",
+        "most of time:most of the time",
+        "most of the times:most of the time",
+        "make a research:do research",
+        "do a mistake:make a mistake",
+        "do mistakes:make mistakes",
+        "did a mistake:made a mistake",
+        "take a photo to:take a photo of",
+        "on the end of:at the end of",
+        "in front the:in front of the",
+        "instead to:instead of",
+        "because the lack of:because of the lack of",
+        "due the:due to the",
+        "according the:according to the",
+        "look forward to hear:look forward to hearing",
+        "looking forward to hear:looking forward to hearing",
+        "look forward to see:look forward to seeing",
+        "looking forward to see:looking forward to seeing",
+        "look forward to meet:look forward to meeting",
+        "looking forward to meet:looking forward to meeting",
+        "other wise:otherwise",
+        "as soon as possibly:as soon as possible",
+        "it's depend:it depends",
+        "is depend on:depends on",
+        "are depend on:depend on",
+        "is consist of:consists of",
+        "in this days:these days",
+        "in these days:these days",
+        "in last years:in recent years",
+        "for long time:for a long time",
+        "since long time:for a long time",
+        "have a lunch:have lunch",
+        "have a breakfast:have breakfast",
+        "have a dinner:have dinner",
+        "i'm agree:i agree",
         "in same time:at the same time",
         "in same way:in the same way",
         "as result of:as a result of",
@@ -247,7 +288,7 @@ void prepositionOfAdjective(Line& line, const RuleTools&) {
 
 void missingPreposition(Line& line, const RuleTools& tools) {
     static const Table verbs =
-        table("listen:to depend:on wait:for belong:to agree:with disagree:with rely:on "
+        table("listen:to deal:with depend:on wait:for belong:to agree:with disagree:with rely:on "
               "participate:in reply:to respond:to react:to arrive:at interfere:with "
               "consist:of complain:about suffer:from");
     static const Words times =
@@ -312,6 +353,11 @@ void prepositionOfTime(Line& line, const RuleTools&) {
     for (int i = 0; i + 1 < line.wordCount(); ++i) {
         const QString word = line.lower(i);
         const QString next = line.follows(i + 1);
+        if ((is(word, "in") || is(word, "on")) && is(line.lower(i + 1), "o'clock") && next.isEmpty() &&
+            line.gapBefore(i + 1).trimmed().size() <= 2) {
+            line.replace(i, QStringLiteral("at"));
+            continue;
+        }
         if (isProtected(line.word(i)) || next.isEmpty()) {
             continue;
         }
@@ -345,6 +391,39 @@ void noOfBeforeBareNoun(Line& line, const RuleTools& tools) {
             continue;
         }
         line.remove(i + 1);
+    }
+}
+
+void twoDeterminers(Line& line, const RuleTools&) {
+    static const Words second = words("my your our their its this these those another each every some any");
+    static const Words owners = words("my your our their its his her");
+    for (int i = 0; i + 2 < line.wordCount(); ++i) {
+        const QString word = line.lower(i);
+        const QString next = line.follows(i + 1);
+        if (next.isEmpty() || line.word(i).hyphenated || isProtected(line.word(i + 1)) ||
+            line.follows(i + 2).isEmpty()) {
+            continue;
+        }
+        const bool article = is(word, "the") || is(word, "a") || is(word, "an");
+        if (article && second.contains(next) && !(is(word, "a") && is(line.before(i), "such"))) {
+            line.remove(i);
+        } else if (owners.contains(word) && is(next, "the") && !is(word, "her") && !is(word, "his")) {
+            line.remove(i + 1);
+        }
+    }
+}
+
+void othersBeforeNoun(Line& line, const RuleTools& tools) {
+    for (int i = 0; i + 1 < line.wordCount(); ++i) {
+        const QString noun = line.follows(i + 1);
+        if (!is(line.lower(i), "others") || isProtected(line.word(i)) || noun.isEmpty() ||
+            line.cliticTag(i) != Tag::other || isProtected(line.word(i + 1))) {
+            continue;
+        }
+        const bool plural = line.tag(i + 1) == Tag::pluralNoun || is(noun, "people");
+        if (plural && gainOf(line, tools, i, 1, {QStringLiteral("other")}) > 0) {
+            line.replace(i, QStringLiteral("other"));
+        }
     }
 }
 

@@ -338,6 +338,65 @@ void gerundAfterBe(Line& line, const RuleTools& tools) {
     }
 }
 
+void pastTime(Line& line, const RuleTools& tools) {
+    static const Words units =
+        words("night week month year summer winter weekend monday tuesday wednesday thursday "
+              "friday saturday sunday");
+    static const Words verbs = words(
+        "go come see meet get take eat drink buy find lose break tell give make feel leave arrive call visit "
+        "stay watch play work walk travel start finish happen decide talk ask try receive wake sleep "
+        "write speak buy sell win fall drive run study learn enjoy want need have is are am");
+    static const Table beForms = table("is:was are:were am:was");
+    for (int start = 0; start < line.wordCount(); ++start) {
+        if (!line.word(start).startsSentence) {
+            continue;
+        }
+        int end = start + 1;
+        bool past = false;
+        int finite = 0;
+        int verb = -1;
+        for (int i = start; i < line.wordCount() && (i == start || !line.word(i).startsSentence); ++i) {
+            const QString word = line.lower(i);
+            past = past || is(word, "yesterday") || (is(word, "ago") && !line.before(i).isEmpty()) ||
+                   (is(word, "last") && units.contains(line.follows(i + 1)) && !is(line.before(i), "the"));
+            const bool counts = isFiniteVerb(line.tag(i)) || line.cliticTag(i) != Tag::other;
+            finite += counts ? 1 : 0;
+            if (isSubjectPronoun(line.before(i)) && verbs.contains(word) && !isProtected(line.word(i)) &&
+                !is(line.before(i - 1), "that")) {
+                verb = i;
+                finite += counts ? 0 : 1;
+            }
+            end = i + 1;
+        }
+        // One verb only: "She says that he called yesterday" has two times.
+        if (!past || verb < 0 || finite != 1 || end - start > 14 || line.tag(start) == Tag::modal) {
+            continue;
+        }
+        const QString word = line.lower(verb);
+        const QString made =
+            beForms.contains(word) ? beForms.value(word) : tools.inflections.form(word, Form::past);
+        if (!made.isEmpty() && made != word) {
+            line.replace(verb, made);
+        }
+    }
+}
+
+void finiteBe(Line& line, const RuleTools&) {
+    static const Table forms = table("i:am he:is she:is it:is we:are you:are they:are");
+    for (int i = 1; i + 1 < line.wordCount(); ++i) {
+        const QString subject = line.before(i);
+        if (!is(line.lower(i), "be") || !forms.contains(subject) || line.follows(i + 1).isEmpty()) {
+            continue;
+        }
+        // "I suggest he be told", "if it be so": only where nothing demands the base form.
+        const bool opens =
+            line.word(i - 1).startsSentence || words("when because but").contains(line.before(i - 1));
+        if (opens) {
+            line.replace(i, forms.value(subject));
+        }
+    }
+}
+
 void overRegularForm(Line& line, const RuleTools& tools) {
     for (int i = 0; i < line.wordCount(); ++i) {
         const QString word = line.lower(i);
