@@ -4,8 +4,8 @@
 Usage: measure-rules.py KIT_DIRECTORY PROGRAM [RULE…]
 
 KIT_DIRECTORY is the measuring kit (its measure.py and sets), PROGRAM is vellumline-correct. Printed is a table: how many
-lines of the sets of correct sentences a rule changed, and how many sentences of the sets with errors are better or worse
-with the rule than without it. With names of rules: only those, and the lines themselves.
+lines of the sets of correct sentences a rule changed, how many sentences of learners it changed, and how many sentences of
+the sets with errors are better or worse with the rule than without it. With names of rules: only those, and the lines themselves.
 """
 import json
 import os
@@ -42,7 +42,7 @@ def main():
             return [line.rstrip("\n") for line in source]
 
     rules = [line.split("\t")[0] for line in run(program, [], "--list-rules")]
-    table = {rule: [0, 0, 0, 0, 0] for rule in rules}
+    table = {rule: [0, 0, 0, 0, 0, 0] for rule in rules}
     for name in ("clean-dev-book", "clean-dev-textbook", "clean-dev-web"):
         source = lines(name)
         for before, (_, changes) in zip(source, explained(program, source)):
@@ -68,20 +68,21 @@ def main():
         if wanted and rule not in wanted:
             continue
         fired = [i for i, (_, changes) in enumerate(answers) if any(made == rule for made, _ in changes)]
+        table[rule][1] = len(fired)
         for i, without in zip(fired, run(program, [source[i] for i in fired], "--disable", rule)):
             difference = score(i, answers[i][0]) - score(i, without)
-            table[rule][1] += difference > 1e-9
-            table[rule][2] += difference < -1e-9
+            table[rule][2] += difference > 1e-9
+            table[rule][3] += difference < -1e-9
             if wanted:
                 sign = "+" if difference > 1e-9 else "-" if difference < -1e-9 else "="
                 print(sign, source[i], [what for made, what in answers[i][1] if made == rule])
         fired = [i for i, (_, changes) in enumerate(native) if any(made == rule for made, _ in changes)]
         for i, without in zip(fired, run(program, [items[i]["src"] for i in fired], "--disable", rule)):
             here, there = native[i][0] in items[i]["accept"], without in items[i]["accept"]
-            table[rule][3] += here and not there
-            table[rule][4] += there and not here
-    print("| rule | clean lines changed, of 2600 | learners: better | worse | everyday: right | wrong |")
-    print("|---|---|---|---|---|---|")
+            table[rule][4] += here and not there
+            table[rule][5] += there and not here
+    print("| rule | clean lines changed, of 2600 | learners: applied | better | worse | everyday: right | wrong |")
+    print("|---|---|---|---|---|---|---|")
     for rule in rules:
         if not wanted or rule in wanted:
             print(f"| {rule} | {' | '.join(str(value) for value in table[rule])} |")
