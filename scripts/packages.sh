@@ -24,7 +24,7 @@ packages[demo]="
 # The applications, tray hosts and clipboard managers that the desktop tests run against, the service's other database and its
 # benchmark's client.
 packages[test]="
-    libqt6sql6-psql postgresql wrk xinput x11-apps xfwm4 openssl tint2 trayer xfce4-panel lxqt-panel python3-pil python3-xdg faketime xbindkeys
+    libqt6sql6-psql postgresql sqlite3 wrk xinput x11-apps xfwm4 openssl tint2 trayer xfce4-panel lxqt-panel python3-pil python3-xdg faketime xbindkeys
     kate gedit gnome-text-editor libreoffice-writer libreoffice-gtk3 firefox-esr xterm xfce4-terminal plasma-workspace"
 # What benchmarks/peers compares with; it leaves out what is not there.
 packages[bench]="xbindkeys xdotool xclip curl jq copyq"

@@ -35,6 +35,7 @@ class PostgresServer {
         const QString name = QStringLiteral("test%1").arg(++databases_);
         return sql(QStringLiteral("CREATE DATABASE ") + name) ? addressOf(name) : QString();
     }
+    QString socketFolder() const { return folder_.path(); }
     QString addressOf(const QString& name) const {
         return QStringLiteral("postgresql://vellumline@/%1?host=%2").arg(name, folder_.path());
     }
@@ -53,6 +54,18 @@ class PostgresServer {
         }
         QSqlDatabase::removeDatabase(QStringLiteral("admin"));
         return done;
+    }
+
+    /// One of its programs; empty when it is missing.
+    static QString program(const QString& name) {
+        // Debian keeps each major version's programs in a folder of its own.
+        const QDir versions(QStringLiteral("/usr/lib/postgresql"));
+        QStringList folders;
+        for (const QString& version : versions.entryList(QDir::Dirs | QDir::NoDotAndDotDot, QDir::Name)) {
+            folders.prepend(versions.filePath(version) + QStringLiteral("/bin"));
+        }
+        const QString found = QStandardPaths::findExecutable(name, folders);
+        return found.isEmpty() ? QStandardPaths::findExecutable(name) : found;
     }
 
   private:
@@ -92,16 +105,6 @@ class PostgresServer {
         // setpriv became it.
         ::kill(static_cast<pid_t>(process_.processId()), SIGQUIT);
         process_.waitForFinished(10'000);
-    }
-    static QString program(const QString& name) {
-        // Debian keeps each major version's programs in a folder of its own.
-        const QDir versions(QStringLiteral("/usr/lib/postgresql"));
-        QStringList folders;
-        for (const QString& version : versions.entryList(QDir::Dirs | QDir::NoDotAndDotDot, QDir::Name)) {
-            folders.prepend(versions.filePath(version) + QStringLiteral("/bin"));
-        }
-        const QString found = QStandardPaths::findExecutable(name, folders);
-        return found.isEmpty() ? QStandardPaths::findExecutable(name) : found;
     }
     QString data() const { return folder_.filePath(QStringLiteral("data")); }
     /// PostgreSQL refuses to run as root; its package brings a user for it.

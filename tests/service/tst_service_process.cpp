@@ -55,6 +55,12 @@ class ServiceProcessTest : public QObject {
         [&] { QCOMPARE(process.exitCode(), expected); }();
         return process.readAllStandardOutput() + process.readAllStandardError();
     }
+    static void run(const QString& program, const QStringList& arguments) {
+        QProcess process;
+        process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+        process.start(program, arguments);
+        QVERIFY2(process.waitForFinished() && process.exitCode() == 0, qPrintable(program));
+    }
     void send(QTcpSocket& socket, const QByteArray& method, const QByteArray& target,
               const QByteArray& headers, const QByteArray& body) {
         socket.connectToHost(QHostAddress::LocalHost, port_);
@@ -437,6 +443,43 @@ class ServiceProcessTest : public QObject {
         QVERIFY(exchange("GET", pathOf(made)).contains("Choose a new password"));
         QVERIFY(exchange("GET", pathOf(invitation)).contains("value=\"bob@example.org\" readonly"));
         QVERIFY(exchange("GET", "/account/").contains("Location: /login/"));
+    }
+    void aBackupTakenWhileItRunsBringsEverythingBack() {
+        using namespace vellumline::test;
+        const QString empty = freshDatabase(folder_.path());
+        const QString copy = folder_.filePath(QStringLiteral("backup"));
+        const QString whole = database_;
+        start({QStringLiteral("--free-rewrites"), QStringLiteral("5")});
+        const QByteArray token = signIn();
+        QCOMPARE(statusOf(rewrite(token, "a")), 200);
+        if (onPostgres()) {
+            const auto name = [](const QString& address) { return databaseAddress(address).name; };
+            const QStringList server = {QStringLiteral("-h"), PostgresServer::shared()->socketFolder(),
+                                        QStringLiteral("-U"), QStringLiteral("vellumline")};
+            run(PostgresServer::program(QStringLiteral("pg_dump")),
+                server + QStringList{QStringLiteral("-Fc"), QStringLiteral("-f"), copy, name(whole)});
+            QCOMPARE(statusOf(rewrite(token, "a")), 200);
+            stop();
+            run(PostgresServer::program(QStringLiteral("pg_restore")),
+                server + QStringList{QStringLiteral("-d"), name(empty), copy});
+        } else {
+            run(QStringLiteral("sqlite3"),
+                {databaseAddress(whole).path, QStringLiteral(".backup '%1'").arg(copy)});
+            QCOMPARE(statusOf(rewrite(token, "a")), 200);
+            stop();
+            QVERIFY(QFile::copy(copy, databaseAddress(empty).path));
+        }
+        database_ = empty;
+        start({});
+        database_ = whole;
+        const QByteArray restored = exchange("GET", "/v1/account", rewriteHeaders(token));
+        QVERIFY2(restored.contains("\"rewritesUsed\":1,") || restored.contains("\"rewritesUsed\":1}"),
+                 restored.constData());
+        QCOMPARE(statusOf(rewrite(token, "a")), 200);
+        if (!onPostgres()) {
+            QVERIFY(!(QFileInfo(databaseAddress(empty).path).permissions() &
+                      (QFile::ReadGroup | QFile::ReadOther)));
+        }
     }
     void theConfigurationIsCheckedWithoutServing() {
         QProcess process;
