@@ -9,6 +9,10 @@ namespace Attribute = AccessibilityAttribute;
 
 // An application that does not answer must not hold up the correction for long.
 constexpr std::chrono::milliseconds messagingTimeout = 250ms;
+// When there is a correction to paste, an application that is only slow is worth more patience: not to know
+// whether the selection is still there means not to paste. An editor that lays out a few hundred combining
+// marks, on a machine with too much to do, was seen to take longer than the time above.
+constexpr std::chrono::milliseconds checkTimeout = 1000ms;
 constexpr char16_t objectReplacement = 0xFFFC; // stands for an embedded attachment
 
 template<class T> const T* valueOf(const AccessibilityResult<AccessibilityValue>& result) {
@@ -84,7 +88,7 @@ QCoro::Task<bool> SelectionProbe::isStillThere(ProbeTarget target) {
     if (!front || !target.element)
         co_return true; // it told nothing before
     const AccessibilityElement application = accessibility_.applicationElement(front->processIdentifier);
-    accessibility_.setMessagingTimeout(application, messagingTimeout);
+    accessibility_.setMessagingTimeout(application, checkTimeout);
     const auto focusedResult = co_await accessibility_.copyAttribute(application, Attribute::focusedElement);
     const auto* element = valueOf<AccessibilityElement>(focusedResult);
     if (element == nullptr || *element == nullptr || !(*element)->isSameAs(*target.element))

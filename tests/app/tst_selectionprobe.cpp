@@ -331,6 +331,26 @@ class SelectionProbeTest : public QObject {
         QCOMPARE(desktop.clock.monotonic() - start, std::chrono::nanoseconds(std::chrono::milliseconds(500)));
         QCOMPARE(desktop.clock.pendingSleeps(), 0);
     }
+
+    void aSlowApplicationIsGivenASecondBeforeAPaste_data() {
+        QTest::addColumn<int>("delay");
+        QTest::addColumn<bool>("isThere");
+        QTest::newRow("it answers") << 900 << true;
+        QTest::newRow("it hangs") << 30'000 << false;
+    }
+    void aSlowApplicationIsGivenASecondBeforeAPaste() {
+        QFETCH(const int, delay);
+        Desktop desktop;
+        desktop.editor();
+        const ProbeTarget target = desktop.answer().target;
+        desktop.accessibility.delay = std::chrono::milliseconds(delay);
+        std::optional<bool> isThere;
+        desktop.probe.isStillThere(target).then([&isThere](bool given) { isThere = given; });
+        while (desktop.clock.advanceToNextSleep()) {
+        }
+        QVERIFY(isThere);
+        QTEST(*isThere, "isThere");
+    }
 };
 
 QTEST_GUILESS_MAIN(SelectionProbeTest)
