@@ -491,7 +491,6 @@ QCoro::Task<bool> X11Pasteboard::write(QList<PasteboardItem> items) {
     if (!taken)
         co_return false;
     if (pasted) {
-        pasted->writtenAt = SteadyClock::now();
         pasted_ = pasted;
         watchForDestruction(pasted_->targetWindow);
     }
@@ -529,7 +528,7 @@ void X11Pasteboard::watchForDestruction(xcb_window_t window) {
 QCoro::Task<void> X11Pasteboard::waitForPaste() {
     if (isLost() || !pasted_ || pasted_->targetWindow == XCB_WINDOW_NONE)
         co_return;
-    const auto deadline = pasted_->writtenAt + limits_.pasteRead;
+    const auto deadline = SteadyClock::now() + limits_.pasteRead;
     const auto target = server_->clientBase(pasted_->targetWindow);
     // A clipboard manager reads whatever appears within milliseconds, so the first reader says nothing; what
     // counts is a request for data from the client that the target's window belongs to. All windows of a

@@ -25,8 +25,10 @@ class X11Pasteboard final : public QObject, public Pasteboard {
         std::chrono::milliseconds longestSnapshot{4000};
         qsizetype snapshotBytes = qsizetype(160) << 20; ///< all representations together
         qsizetype textBytes = qsizetype(8) << 20;       ///< string()
-        std::chrono::milliseconds pasteRead{3000};      ///< wait for the target of a paste, after the write
-        std::chrono::milliseconds handOver{1000};       ///< wait for the clipboard manager at the end
+        /// The next write waits so long for the target of a paste. With the 600 ms that the correction stays
+        /// anyway this makes 3 s after the key.
+        std::chrono::milliseconds pasteRead{2400};
+        std::chrono::milliseconds handOver{1000}; ///< wait for the clipboard manager at the end
         X11SelectionServer::Limits serving;
     };
 
@@ -56,7 +58,6 @@ class X11Pasteboard final : public QObject, public Pasteboard {
   private:
     /// The text that a paste was asked for, until its target has read it.
     struct PastedText {
-        std::chrono::steady_clock::time_point writtenAt;
         xcb_window_t targetWindow = XCB_WINDOW_NONE;
         bool targetGone = false;
     };
