@@ -11,6 +11,7 @@
 #include <csignal>
 #include <cstdint>
 #include <cstdio>
+#include <malloc.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
 #include <xcb/xcb.h>
@@ -181,6 +182,11 @@ int main(int argc, char** argv) {
         std::fputs("vellumline: there is no X11 display here; Wayland alone is not supported yet\n", stderr);
         return exitStatus::unavailable;
     }
+
+    // What a large clipboard needs is given back when the correction has ended. The threshold grows with what
+    // is freed unless it is set, and 400 corrections beside clipboards of up to 20 MB left the heap 30 MB
+    // larger.
+    mallopt(M_MMAP_THRESHOLD, 1 << 20);
 
     watchSignals();
     QApplication application(argc, argv);
