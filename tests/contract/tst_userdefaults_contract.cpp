@@ -6,6 +6,8 @@
 #include <QFileInfo>
 #include <QTemporaryDir>
 #include <QTest>
+#include <csignal>
+#include <sys/resource.h>
 #include <unistd.h>
 
 using namespace vellumline;
@@ -167,6 +169,24 @@ class UserDefaultsContractTest : public QObject {
         defaults.set(key, 7);
         QCOMPARE(defaults.integer(key), 7);
         QVERIFY(QFileInfo(file_).isDir());
+    }
+
+    void aFullDiskLeavesTheFileWholeAndKeepsTheSettingForTheProcess() {
+        SettingsDefaults defaults(file_);
+        defaults.set(key, 7);
+        const QByteArray before = fileBytes();
+        // A limit of no bytes for a file refuses writes as a full disk does, once its signal is ignored.
+        signal(SIGXFSZ, SIG_IGN);
+        rlimit limit{};
+        QCOMPARE(getrlimit(RLIMIT_FSIZE, &limit), 0);
+        const rlimit nothing{0, limit.rlim_max};
+        setrlimit(RLIMIT_FSIZE, &nothing);
+        defaults.set(key, 8);
+        setrlimit(RLIMIT_FSIZE, &limit);
+        QCOMPARE(defaults.integer(key), 8);
+        QCOMPARE(fileBytes(), before);
+        defaults.set(QStringLiteral("another"), 1);
+        QCOMPARE(restarted()->integer(key), 8);
     }
 
     void aValueOfTheWrongKindIsAbsentOrZero() {

@@ -6,6 +6,8 @@
 
 #include <QTest>
 #include <atomic>
+#include <csignal>
+#include <sys/resource.h>
 #include <thread>
 
 using namespace vellumline;
@@ -192,6 +194,23 @@ class StorageTest : public QObject {
             done += storage_->rotateRefreshToken(token, now).outcome == Storage::Exchange::done ? 1 : 0;
         });
         QCOMPARE(done.load(), 1);
+    }
+    void aFullDiskIsAFailureThatCountsNothing() {
+        if (test::databaseAddress(address_).kind != DatabaseAddress::Kind::sqlite) {
+            QSKIP("the limit is on this process, and the other database's server is another one");
+        }
+        QVERIFY(storage_->localAccount());
+        // A limit of no bytes for a file refuses writes as a full disk does, once its signal is ignored.
+        signal(SIGXFSZ, SIG_IGN);
+        rlimit limit{};
+        QCOMPARE(getrlimit(RLIMIT_FSIZE, &limit), 0);
+        const rlimit nothing{0, limit.rlim_max};
+        setrlimit(RLIMIT_FSIZE, &nothing);
+        const auto use = storage_->countRewrite(1, now * 1000);
+        setrlimit(RLIMIT_FSIZE, &limit);
+        QVERIFY(use == Storage::Use::storageFailure);
+        QCOMPARE(storage_->localAccount()->rewritesUsed, qint64{0});
+        QVERIFY(storage_->countRewrite(1, now * 1000) == Storage::Use::counted);
     }
     void severalProcessesMayOpenANewDatabaseAtOnce() {
         const QString address = emptyDatabase();
