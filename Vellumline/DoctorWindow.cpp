@@ -16,7 +16,7 @@ constexpr int padding = 16;
 } // namespace
 
 DoctorWindow::DoctorWindow() : window_(std::make_unique<QWidget>()) {
-    window_->setWindowTitle(QStringLiteral("Vellumline looks at this desktop"));
+    window_->setWindowTitle(QStringLiteral("A look at this desktop"));
     auto* layout = new QVBoxLayout(window_.get());
     layout->setContentsMargins(padding, padding, padding, padding);
     layout->addWidget(Style::callout(
