@@ -69,7 +69,7 @@ struct DoctorApp::Parts {
     DBusApplication instance;
     DBusApplication::Status program;
     LocalService localService{config.backendURL};
-    GuardianProcess guardian{QCoreApplication::applicationDirPath() + QStringLiteral("/vellumline-guardian")};
+    GuardianProcess guardian{GuardianProcess::find()};
 
     std::unique_ptr<X11Connection> connection = X11Connection::open();
     LinuxDesktopSurvey survey{connection.get()};

@@ -102,7 +102,7 @@ struct VellumlineApp::Parts {
     AuthConfig config = AuthConfig::shared();
     LocalService localService{config.backendURL};
 
-    GuardianProcess guardian{QCoreApplication::applicationDirPath() + QStringLiteral("/vellumline-guardian")};
+    GuardianProcess guardian{GuardianProcess::find()};
     std::unique_ptr<X11Connection> connection;
     std::unique_ptr<X11Pasteboard> pasteboard;
     std::unique_ptr<X11KeyEvents> keyEvents;

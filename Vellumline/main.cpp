@@ -112,18 +112,20 @@ int main(int argc, char** argv) {
     QCoreApplication::setApplicationVersion(QStringLiteral(VELLUMLINE_VERSION));
 
     QCommandLineParser parser;
-    parser.setApplicationDescription(QStringLiteral(
-        "Corrects the grammar and spelling of the selected text in place.\n\n"
-        "Commands, for the program that runs in this session:\n"
-        "  rewrite      correct the selected text, as the shortcut does\n"
-        "  open-menu    open the menu\n"
-        "  settings     open the settings\n"
-        "  sign-in      open the sign-in page in the browser\n"
-        "  sign-out     forget the session\n"
-        "  status       say who is signed in, the plan, the shortcut, the last status\n"
-        "  quit         end it, and wait until it has ended\n"
-        "The first four start the program when it does not run yet.\n\n"
-        "Exit status: 0 done, 1 no answer, 64 wrong arguments, 69 not running or no display."));
+    parser.setApplicationDescription(
+        QStringLiteral("Corrects the grammar and spelling of the selected text in place.\n\n"
+                       "Commands, for the program that runs in this session:\n"
+                       "  rewrite      correct the selected text, as the shortcut does\n"
+                       "  open-menu    open the menu\n"
+                       "  settings     open the settings\n"
+                       "  sign-in      open the sign-in page in the browser\n"
+                       "  sign-out     forget the session\n"
+                       "  status       say who is signed in, the plan, the shortcut, the last status\n"
+                       "  quit         end it, and wait until it has ended\n"
+                       "  doctor       look at this desktop: what works here, what does not, what to do\n"
+                       "The first four start the program when it does not run yet.\n\n"
+                       "Exit status: 0 done, 1 no answer or a problem was found, 64 wrong arguments,\n"
+                       "69 not running or no display."));
     const QCommandLineOption help = parser.addHelpOption();
     const QCommandLineOption version = parser.addVersionOption();
     const QCommandLineOption json(QStringLiteral("json"),

@@ -4,6 +4,7 @@
 #include "VellumlineService/Service/Configuration.h"
 #include "VellumlineService/Service/CorrectionService.h"
 #include "VellumlineService/Service/HttpServer.h"
+#include "VellumlineService/Service/InheritedSocket.h"
 #include "VellumlineService/Service/ServiceLog.h"
 #include "VellumlineService/Service/ServiceMetrics.h"
 
@@ -80,6 +81,31 @@ Configuration::Given givenSettings(const QCommandLineParser& parser) {
         }
     }
     return given;
+}
+
+/// On the socket that the process was started with, otherwise on one of its own; a sentence when neither
+/// works.
+std::optional<QString> startListening(HttpServer& server, const Configuration& configuration) {
+    const InheritedSocket inherited = InheritedSocket::take();
+    if (inherited.count > 1) {
+        return QStringLiteral("it was started with %1 sockets, and can listen on one.").arg(inherited.count);
+    }
+    if (inherited.count == 1) {
+        // Which requests are answered depends on the address.
+        if (!server.setSocketDescriptor(inherited.descriptor) ||
+            server.serverAddress() != configuration.listen) {
+            return QStringLiteral("the socket that it was started with does not listen on %1; see --listen.")
+                .arg(configuration.listen.toString());
+        }
+        return {};
+    }
+    if (!server.listen(configuration.listen, configuration.port)) {
+        return QStringLiteral("cannot listen on %1 port %2: %3")
+            .arg(configuration.listen.toString())
+            .arg(configuration.port)
+            .arg(server.errorString());
+    }
+    return {};
 }
 
 int runService(QCoreApplication& application) {
@@ -172,11 +198,8 @@ int runService(QCoreApplication& application) {
         });
     }
     server.setListenBacklogSize(128);
-    if (!server.listen(configuration->listen, configuration->port)) {
-        return refuse(QStringLiteral("cannot listen on %1 port %2: %3")
-                          .arg(configuration->listen.toString())
-                          .arg(configuration->port)
-                          .arg(server.errorString()));
+    if (const auto problem = startListening(server, *configuration)) {
+        return refuse(*problem);
     }
 
     if (::pipe2(signalPipe, O_CLOEXEC | O_NONBLOCK) != 0) {

@@ -25,11 +25,14 @@ packages[demo]="
 # benchmark's client.
 packages[test]="
     libqt6sql6-psql postgresql sqlite3 wrk xinput x11-apps xfwm4 openssl tint2 trayer xfce4-panel lxqt-panel python3-pil python3-xdg faketime xbindkeys
+    appstream man-db systemd
     kate gedit gnome-text-editor libreoffice-writer libreoffice-gtk3 firefox-esr xterm xfce4-terminal plasma-workspace"
 # What benchmarks/peers compares with; it leaves out what is not there.
 packages[bench]="xbindkeys xdotool xclip curl jq copyq"
 # What builds the language model anew; nothing else needs it.
 packages[train]="scowl xz-utils"
+# What makes and checks the Debian packages.
+packages[package]="dpkg-dev debhelper fakeroot lintian appstream desktop-file-utils man-db debootstrap"
 packages[check]="git clang clang-tidy clang-format libclang-rt-14-dev llvm shellcheck"
 
 list_only=no

@@ -2,8 +2,10 @@
 
 #include "Vellumline/AsyncResult.h"
 
+#include <QCoreApplication>
 #include <QPointer>
 #include <QSocketNotifier>
+#include <QStandardPaths>
 #include <QTimer>
 #include <array>
 #include <cerrno>
@@ -47,6 +49,12 @@ int memoryFile(const QByteArray& bytes) {
 struct GuardianProcess::Answer {
     AsyncResult<bool> result;
 };
+
+QString GuardianProcess::find() {
+    const QString own = QCoreApplication::applicationDirPath();
+    return QStandardPaths::findExecutable(QStringLiteral("vellumline-guardian"),
+                                          {own, own + QStringLiteral("/../libexec/vellumline")});
+}
 
 GuardianProcess::GuardianProcess(QString program, QObject* parent)
     : QObject(parent), program_(std::move(program)) {}

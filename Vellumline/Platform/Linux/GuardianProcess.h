@@ -19,6 +19,9 @@ class GuardianProcess final : public QObject, public ClipboardGuardian {
     /// Longest wait for the guardian to say that it has the items.
     static constexpr int answerTimeoutMs = 300;
 
+    /// Where the program is: beside this one, or where an installation has it.
+    static QString find();
+
     explicit GuardianProcess(QString program, QObject* parent = nullptr);
     ~GuardianProcess() override;
 
