@@ -367,7 +367,7 @@ class Soak:
             set_layout(*layout)
             wait_for("the shortcut in the other layout", 5, self.keys.shortcut_is_taken)
         begin = time.monotonic()
-        self.keys.press_shortcut(dice.uniform(0.03, 0.25))
+        self.keys.press_shortcut(held_seconds=dice.uniform(0.03, 0.25))
         try:
             if special:
                 time.sleep(1)
