@@ -291,7 +291,7 @@ class ServiceProcessTest : public QObject {
     void aChainAsksTheOtherEngineOnlyForWhatTheBuiltInOneLeavesAlone() {
         using vellumline::test::StandInServer;
         const StandInServer server(
-            StandInServer::always(200, chatReply("I look forward to meeting you next week.")));
+            StandInServer::always(200, chatReply("I think my favorite color is green.")));
         const QStringList options{QStringLiteral("--engine"),
                                   QStringLiteral("chain:openai:") + server.address()};
         start(options);
@@ -299,15 +299,14 @@ class ServiceProcessTest : public QObject {
         QVERIFY(rewrite(token, "i has a dog in my garden.").contains("\"I have a dog in my garden.\""));
         QVERIFY(rewrite(token, "See you soon.").contains("\"See you soon.\""));
         QCOMPARE(server.requests().size(), 0);
-        QVERIFY(rewrite(token, "I look forward to meet you next week.").contains("forward to meeting you"));
+        QVERIFY(rewrite(token, "I think my favourite colour is green.").contains("my favorite color"));
         QCOMPARE(server.requests().size(), 1);
         stop();
 
         start(options + QStringList{QStringLiteral("--chain-when"), QStringLiteral("all")});
-        QVERIFY(
-            rewrite(signIn(), "i look forward to meet you next week.").contains("forward to meeting you"));
+        QVERIFY(rewrite(signIn(), "i think my favourite colour is green.").contains("my favorite color"));
         QCOMPARE(server.requests().size(), 2);
-        QVERIFY(server.requests().last().body.contains("I look forward to meet you"));
+        QVERIFY(server.requests().last().body.contains("I think my favourite colour"));
         stop();
     }
     void thereIsNoOptionForTheKeyItself() {
