@@ -189,13 +189,37 @@ void redirect(HTTPRequest& request, int status, const QUrl& target) {
 
 } // namespace
 
-QtHTTPTransport::QtHTTPTransport() : manager_(std::make_unique<QNetworkAccessManager>()) {
+/// A request under way; when the last one is over, the idle time begins.
+class QtHTTPTransport::Running {
+  public:
+    explicit Running(QtHTTPTransport* transport) : transport_(transport) {
+        ++transport_->running_;
+        transport_->idle_->stop();
+    }
+    ~Running() {
+        if (--transport_->running_ == 0)
+            transport_->idle_->start();
+    }
+    Running(const Running&) = delete;
+    Running& operator=(const Running&) = delete;
+
+  private:
+    QtHTTPTransport* transport_;
+};
+
+QtHTTPTransport::QtHTTPTransport(std::chrono::milliseconds idleTime)
+    : manager_(std::make_unique<QNetworkAccessManager>()), idle_(std::make_unique<QTimer>()) {
     manager_->setProxyFactory(new EnvironmentProxies);
+    idle_->setSingleShot(true);
+    idle_->setInterval(idleTime);
+    QObject::connect(idle_.get(), &QTimer::timeout, manager_.get(),
+                     &QNetworkAccessManager::clearConnectionCache);
 }
 
 QtHTTPTransport::~QtHTTPTransport() = default;
 
 QCoro::Task<Answer> QtHTTPTransport::send(HTTPRequest request) {
+    const Running running(this);
     const QDeadlineTimer deadline(request.timeout, Qt::PreciseTimer);
     for (int redirects = 0; redirects <= mostRedirects; ++redirects) {
         // Qt Network also reads files and data URLs, whose responses are not HTTP.

@@ -459,6 +459,26 @@ class HTTPTransportTest : public QObject {
         QCOMPARE(server.connections, 1);
     }
 
+    void aConnectionThatIsNotUsedIsClosed() {
+        TestServer server(
+            [](QTcpSocket* socket, const SeenRequest&) { TestServer::answer(socket, 200, "ok"); });
+        QtHTTPTransport transport(std::chrono::milliseconds(50));
+        for (int count = 1; count <= 2; ++count) {
+            QVERIFY(QCoro::waitFor(transport.send(requestFor(server.url(), "POST", "x"))).has_value());
+            QTRY_COMPARE(server.closed, count);
+        }
+        QCOMPARE(server.connections, 2);
+    }
+
+    void aSlowAnswerIsNotTakenForAnIdleConnection() {
+        TestServer server([](QTcpSocket* socket, const SeenRequest&) {
+            QTimer::singleShot(200, socket, [socket] { TestServer::answer(socket, 200, "ok"); });
+        });
+        QtHTTPTransport transport(std::chrono::milliseconds(50));
+        for (int count = 0; count < 2; ++count)
+            QVERIFY(QCoro::waitFor(transport.send(requestFor(server.url(), "POST", "x"))).has_value());
+    }
+
     void anAnswerAfterWhichTheServerHangsUpIsWhole_data() {
         QTest::addColumn<QByteArray>("method");
         QTest::addColumn<QByteArray>("answer");
