@@ -8,6 +8,7 @@
 #include <QTest>
 #include <csignal>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 using namespace vellumline;
@@ -197,6 +198,21 @@ class UserDefaultsContractTest : public QObject {
         QCOMPARE(defaults.integer(QStringLiteral("vellumline.pasteDelayMs")), 0);
         QCOMPARE(defaults.integer(QStringLiteral("vellumline.hotkey.keyCode")), 0);
         QVERIFY(!defaults.boolean(key));
+    }
+
+    void theFileIsForItsUserOnly() {
+        const mode_t before = umask(0);
+        SettingsDefaults(file_).set(key, 1);
+        umask(before);
+        const QFile::Permissions all = QFileInfo(file_).permissions();
+        const QFile::Permissions others =
+            QFile::ReadGroup | QFile::WriteGroup | QFile::ReadOther | QFile::WriteOther;
+        QVERIFY(!fileBytes().isEmpty());
+        QCOMPARE(all & others, QFile::Permissions());
+
+        QVERIFY(QFile::setPermissions(file_, all | QFile::ReadOther));
+        SettingsDefaults(file_).set(key, 2);
+        QCOMPARE(QFileInfo(file_).permissions() & others, QFile::Permissions());
     }
 
     void theFileIsInTheUsersConfigurationFolder() {
