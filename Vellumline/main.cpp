@@ -2,6 +2,7 @@
 #include "Vellumline/DoctorApp.h"
 #include "Vellumline/Platform/Linux/DBusApplication.h"
 #include "Vellumline/VellumlineApp.h"
+#include "VellumlineHardening/CoreDumps.h"
 
 #include <QApplication>
 #include <QCommandLineParser>
@@ -108,6 +109,7 @@ std::optional<int> handToRunningProgram(Command command, Form form) {
 } // namespace
 
 int main(int argc, char** argv) {
+    vellumline::refuseCoreDumps();
     QCoreApplication::setApplicationName(QStringLiteral("vellumline"));
     QCoreApplication::setApplicationVersion(QStringLiteral(VELLUMLINE_VERSION));
 

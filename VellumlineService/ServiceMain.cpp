@@ -1,3 +1,4 @@
+#include "VellumlineHardening/CoreDumps.h"
 #include "VellumlineService/AccountCommand.h"
 #include "VellumlineService/Correction/Engines.h"
 #include "VellumlineService/Correction/PersonalDictionary.h"
@@ -241,6 +242,8 @@ int runService(QCoreApplication& application) {
 } // namespace
 
 int main(int argc, char** argv) {
+    refuseCoreDumps();
+    refuseToBeInspected();
     QCoreApplication application(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("vellumline-service"));
     QCoreApplication::setApplicationVersion(QStringLiteral(VELLUMLINE_VERSION));
