@@ -1,9 +1,10 @@
-// The memory functions of the C library, except that memory is overwritten when it is given back. Texts and tokens pass
-// through many hands: strings and JSON of Qt, the network stack, the keyring's library, the database. Each makes copies
-// that nobody else could clear, and each gives its own back here.
+// The memory functions of the C library, except that memory is overwritten when it is given back. Texts and
+// tokens pass through many hands: strings and JSON of Qt, the network stack, the keyring's library, the
+// database. Each makes copies that nobody else could clear, and each gives its own back here.
 //
-// Only these two are replaced: memory still comes from, and goes back to, the C library's functions. Their other names
-// are part of its interface (GLIBC_2.2.5). The stack, and what the kernel holds, is not reached by this.
+// Only these two are replaced: memory still comes from, and goes back to, the C library's functions. Their
+// other names are part of its interface (GLIBC_2.2.5). The stack, and what the kernel holds, is not reached
+// by this.
 
 #include <algorithm>
 #include <cerrno>

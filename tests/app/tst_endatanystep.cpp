@@ -1,6 +1,6 @@
-// The program ends, or loses its model, at every point at which a run is suspended. Each time in a process of its own:
-// what a run leaves behind at the end of the program is left to the end of the process, as in the real one. The rule is
-// worth most under AddressSanitizer.
+// The program ends, or loses its model, at every point at which a run is suspended. Each time in a process of
+// its own: what a run leaves behind at the end of the program is left to the end of the process, as in the
+// real one. The rule is worth most under AddressSanitizer.
 
 #include "Vellumline/AppModel.h"
 #include "Vellumline/SelectionSwapper.h"
@@ -38,10 +38,9 @@ constexpr int mostSteps = 20000;
 /// The parts of the program in their order, on fakes that all suspend.
 struct Program {
     explicit Program(Scenario chosen) : scenario(chosen) {
-        keychain.items.insert(
-            {QStringLiteral("com.kelthorne.vellumline.session"), QStringLiteral("session")},
-            // Expired, so that a token is exchanged on the way.
-            {sessionWith(tokenExpiring(clock.now() - 10)).toStoredJson()});
+        keychain.items.insert({QStringLiteral("com.kelthorne.vellumline.session"), QStringLiteral("session")},
+                              // Expired, so that a token is exchanged on the way.
+                              {sessionWith(tokenExpiring(clock.now() - 10)).toStoredJson()});
         if (scenario == Scenario::signIn)
             keychain.items.clear();
         keychain.hold();
@@ -197,7 +196,8 @@ class EndAtAnyStepTest : public QObject {
     void nothingIsUsedAfterItsEnd_data() {
         QTest::addColumn<Scenario>("scenario");
         QTest::addColumn<Ending>("ending");
-        QTest::newRow("a correction, and the program quits") << Scenario::correction << Ending::theProgramQuits;
+        QTest::newRow("a correction, and the program quits")
+            << Scenario::correction << Ending::theProgramQuits;
         QTest::newRow("a correction, and the model goes") << Scenario::correction << Ending::theModelGoes;
         QTest::newRow("a correction, and everything goes") << Scenario::correction << Ending::everythingGoes;
         QTest::newRow("a sign-in, and the program quits") << Scenario::signIn << Ending::theProgramQuits;

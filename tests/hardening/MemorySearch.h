@@ -12,7 +12,8 @@
 
 namespace vellumline::test {
 
-/// A secret that this process can make, and look for in its own memory without having it there because it looks.
+/// A secret that this process can make, and look for in its own memory without having it there because it
+/// looks.
 class Canary {
   public:
     explicit Canary(std::uint64_t number) {
@@ -36,8 +37,9 @@ class Canary {
         return made;
     }
 
-    /// Where the secret, or half of it, is in memory that can be written: "[heap] as UTF-16", and so on. Stacks are left out:
-    /// what a function leaves there is overwritten by the next ones, at no moment that could be named.
+    /// Where the secret, or half of it, is in memory that can be written: "[heap] as UTF-16", and so on.
+    /// Stacks are left out: what a function leaves there is overwritten by the next ones, at no moment that
+    /// could be named.
     QStringList places() const {
         QStringList found;
         QFile maps(QStringLiteral("/proc/self/maps"));
@@ -51,7 +53,8 @@ class Canary {
                 continue;
             const QList<QByteArray> ends = fields.at(0).split('-');
             search(memory, ends.at(0).toULongLong(nullptr, 16), ends.at(1).toULongLong(nullptr, 16),
-                   fields.size() > 5 ? QString::fromLocal8Bit(fields.at(5)) : QStringLiteral("unnamed"), found);
+                   fields.size() > 5 ? QString::fromLocal8Bit(fields.at(5)) : QStringLiteral("unnamed"),
+                   found);
         }
         close(memory);
         return found;

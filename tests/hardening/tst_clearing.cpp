@@ -135,8 +135,8 @@ class Clearing : public QObject {
         TokenStore store(keychain, QStringLiteral("/nonexistent/session.json"));
         QCoro::waitFor(store.setSession(AuthSession::fromHandoff(tokensReply(access, refresh))));
         QtHTTPTransport transport(shortIdleTime);
-        const auto config = AuthConfig::resolve(server.origin(), server.origin() + QStringLiteral("/auth"),
-                                                server.origin());
+        const auto config =
+            AuthConfig::resolve(server.origin(), server.origin() + QStringLiteral("/auth"), server.origin());
         SessionRefresher refresher(transport, store, *config);
         const auto outcome = QCoro::waitFor(refresher.refresh(access.text()));
         QCOMPARE(outcome.kind, SessionRefresher::Outcome::Kind::refreshed);
