@@ -31,6 +31,7 @@ class FakeClipboardGuardian final : public ClipboardGuardian {
     }
 
     const QStringList& calls() const { return log_.calls(); }
+    void clearCalls() { log_.clear(); }
 
     QList<PasteboardItem> held;
     State state = State::nothing;

@@ -27,6 +27,7 @@ class FakeClock : public Clock {
     int pendingSleeps() const { return static_cast<int>(sleepers_.size()); }
     /// Every duration ever slept for, in order.
     QList<std::chrono::milliseconds> sleeps() const { return sleeps_; }
+    void clearCalls() { sleeps_.clear(); }
 
   private:
     struct Sleep;

@@ -27,6 +27,11 @@ class FakeHTTPTransport : public HTTPTransport {
     std::function<std::optional<Answer>(const HTTPRequest& request)> handler;
 
     QList<HTTPRequest> requests;
+    /// Forgets the requests that were answered; none may be pending.
+    void clearCalls() {
+        requests.clear();
+        answers_.clear();
+    }
     /// How many requests are unanswered.
     int pending() const;
     /// Answers the request with that index in `requests`; the waiting task runs before this returns. False

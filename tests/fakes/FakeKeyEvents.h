@@ -27,6 +27,10 @@ class FakeKeyEvents final : public KeyEvents {
 
     const QList<std::uint16_t>& posted() const { return posted_; }
     const QStringList& calls() const { return log_.calls(); }
+    void clearCalls() {
+        log_.clear();
+        posted_.clear();
+    }
 
   private:
     CallLog log_;

@@ -72,6 +72,10 @@ class FakePasteboard final : public Pasteboard {
     int pending() const { return state_->pending; }
     int changeCountReads() const { return changeCountReads_; }
     const QStringList& calls() const { return log_.calls(); }
+    void clearCalls() {
+        log_.clear();
+        writes_.clear();
+    }
 
   private:
     // Outlives the fake while a scripted copy or a suspended call still waits on the clock.

@@ -18,6 +18,7 @@ class FakeSecureInput final : public SecureInput {
     bool enabled = false;
 
     const QStringList& calls() const { return log_.calls(); }
+    void clearCalls() { log_.clear(); }
 
   private:
     mutable CallLog log_;

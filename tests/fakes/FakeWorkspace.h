@@ -37,6 +37,7 @@ class FakeWorkspace final : public Workspace {
     const QList<QUrl>& openedURLs() const { return opened_; }
     int beeps() const { return beeps_; }
     const QStringList& calls() const { return log_.calls(); }
+    void clearCalls() { log_.clear(); }
 
   private:
     mutable CallLog log_;
