@@ -27,7 +27,7 @@ STEPS = (
     ("probed", "snapshot", "snapshot of the clipboard"),
     ("snapshot", "guarded", "copy of it for the guardian"),
     ("guarded", "copy posted", "copy chord"),
-    ("copy posted", "changed", "until the copy is seen (looked for every 10 ms)"),
+    ("copy posted", "changed", "the editor copies, and it is seen"),
     ("changed", "settled", "quiet for 40 ms (settle rule)"),
     ("settled", "copy read", "reading the copy"),
     ("copy read", "asking", "giving the clipboard back"),
