@@ -1,6 +1,7 @@
 // How long a snapshot of the clipboard takes, by size and number of formats, against an owner in another
 // process. Run it inside scripts/with-desktop.sh.
 
+#include "Vellumline/Platform/Linux/GuardianProcess.h"
 #include "Vellumline/Platform/X11/X11Pasteboard.h"
 #include "tests/contract/ClipboardPeers.h"
 
@@ -86,6 +87,23 @@ void snapshot(benchmark::State& state, Transfer transfer) {
     state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations()) * bytes);
 }
 
+/// The copy that the guardian gets before the clipboard is taken.
+void guardian(benchmark::State& state) {
+    const auto bytes = static_cast<qsizetype>(state.range(0)) << 20;
+    GuardianProcess guardian(QCoreApplication::applicationDirPath() +
+                             QStringLiteral("/../Vellumline/vellumline-guardian"));
+    if (!guardian.start()) {
+        state.SkipWithError("no guardian");
+        return;
+    }
+    PasteboardItem item;
+    item.set(QStringLiteral("application/x-format"), QByteArray(bytes, 'a'));
+    for (auto _ : state)
+        QCoro::waitFor(guardian.hold({item}));
+    guardian.forget();
+    state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations()) * bytes);
+}
+
 void sizes(benchmark::internal::Benchmark* benchmark) {
     benchmark->ArgNames({"MB", "formats"})
         ->ArgsProduct({{1, 10, 100}, {1, 10}})
@@ -98,6 +116,7 @@ void sizes(benchmark::internal::Benchmark* benchmark) {
 // Owners send what is larger than a request of the X server in pieces; a hundred megabytes come that way in
 // practice.
 BENCHMARK_CAPTURE(snapshot, incremental, Transfer::incremental)->Apply(sizes);
+BENCHMARK(guardian)->ArgName("MB")->Arg(1)->Arg(10)->Arg(100)->UseRealTime()->Unit(benchmark::kMillisecond);
 BENCHMARK_CAPTURE(snapshot, whole, Transfer::wholeProperty)
     ->ArgNames({"MB", "formats"})
     ->ArgsProduct({{1, 10}, {1, 10}})

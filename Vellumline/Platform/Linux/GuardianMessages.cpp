@@ -1,7 +1,7 @@
 #include "Vellumline/Platform/Linux/GuardianMessages.h"
 
+#include <QBuffer>
 #include <QDataStream>
-#include <QIODevice>
 
 namespace vellumline::guardianMessages {
 
@@ -19,7 +19,14 @@ void configure(QDataStream& stream) {
 
 QByteArray encode(const QList<PasteboardItem>& items) {
     QByteArray bytes;
-    QDataStream stream(&bytes, QIODevice::WriteOnly);
+    QBuffer buffer(&bytes);
+    buffer.open(QIODevice::WriteOnly);
+    encode(items, buffer);
+    return bytes;
+}
+
+bool encode(const QList<PasteboardItem>& items, QIODevice& device) {
+    QDataStream stream(&device);
     configure(stream);
     stream << magic << static_cast<quint32>(items.size());
     for (const PasteboardItem& item : items) {
@@ -27,7 +34,7 @@ QByteArray encode(const QList<PasteboardItem>& items) {
         for (const PasteboardRepresentation& each : item.representations)
             stream << each.type << each.encoding << static_cast<qint32>(each.format) << each.data;
     }
-    return bytes;
+    return stream.status() == QDataStream::Ok;
 }
 
 std::optional<QList<PasteboardItem>> decode(const QByteArray& bytes) {

@@ -3,6 +3,7 @@
 #include "Vellumline/Platform/Pasteboard.h"
 
 #include <QByteArray>
+#include <QIODevice>
 #include <QList>
 #include <optional>
 
@@ -18,6 +19,8 @@ inline constexpr char taken = 't';
 inline constexpr int socketDescriptor = 3;
 
 QByteArray encode(const QList<PasteboardItem>& items);
+/// Writes the same without a copy of it in between. False when the device did not take everything.
+bool encode(const QList<PasteboardItem>& items, QIODevice& device);
 /// Nothing when the bytes are not what encode() makes.
 std::optional<QList<PasteboardItem>> decode(const QByteArray& bytes);
 

@@ -3,6 +3,7 @@
 #include "Vellumline/AsyncResult.h"
 
 #include <QCoreApplication>
+#include <QFile>
 #include <QPointer>
 #include <QSocketNotifier>
 #include <QStandardPaths>
@@ -23,22 +24,19 @@ using guardianMessages::Message;
 
 namespace {
 
-/// A memory file with these bytes, or -1.
-int memoryFile(const QByteArray& bytes) {
+/// A memory file with these items, or -1.
+int memoryFile(const QList<PasteboardItem>& items) {
     const int file = memfd_create("vellumline-clipboard", MFD_CLOEXEC | MFD_ALLOW_SEALING);
     if (file < 0)
         return -1;
-    qsizetype written = 0;
-    while (written < bytes.size()) {
-        const auto count =
-            write(file, bytes.constData() + written, static_cast<std::size_t>(bytes.size() - written));
-        if (count < 0 && errno == EINTR)
-            continue;
-        if (count <= 0) {
-            close(file);
-            return -1;
-        }
-        written += count;
+    // Straight into the file: the correction waits for this, and what was copied may be a hundred megabytes.
+    QFile writer;
+    const bool written =
+        writer.open(file, QIODevice::WriteOnly) && guardianMessages::encode(items, writer) && writer.flush();
+    writer.close();
+    if (!written) {
+        close(file);
+        return -1;
     }
     fcntl(file, F_ADD_SEALS, F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_WRITE | F_SEAL_SEAL);
     return file;
@@ -96,8 +94,7 @@ bool GuardianProcess::start() {
 QCoro::Task<void> GuardianProcess::hold(QList<PasteboardItem> items) {
     if (!isRunning())
         co_return;
-    const QByteArray bytes = guardianMessages::encode(items);
-    const int file = memoryFile(bytes);
+    const int file = memoryFile(items);
     if (file < 0)
         co_return;
     const AsyncResult<bool> answer;
