@@ -120,11 +120,27 @@ bool Speller::isVerb(const QString& lower) const {
 }
 
 bool Speller::inDictionary(const QString& word) const {
-    const QMutexLocker lock(&mutex_);
-    return std::any_of(dictionaries_.begin(), dictionaries_.end(), [&](const auto& dictionary) {
-        const std::string bytes = dictionary->encoded(word);
-        return !bytes.empty() && dictionary->words->spell(bytes);
-    });
+    {
+        const QReadLocker lock(&memory_);
+        const auto found = rememberedAnswers_.constFind(word);
+        if (found != rememberedAnswers_.cend()) {
+            return *found;
+        }
+    }
+    bool answer = false;
+    {
+        const QMutexLocker lock(&mutex_);
+        answer = std::any_of(dictionaries_.begin(), dictionaries_.end(), [&](const auto& dictionary) {
+            const std::string bytes = dictionary->encoded(word);
+            return !bytes.empty() && dictionary->words->spell(bytes);
+        });
+    }
+    const QWriteLocker lock(&memory_);
+    if (rememberedAnswers_.size() >= rememberedLimit) {
+        rememberedAnswers_.clear();
+    }
+    rememberedAnswers_.insert(word, answer);
+    return answer;
 }
 
 bool Speller::isKnown(const QString& word) const {
@@ -248,7 +264,7 @@ std::vector<Candidate> Speller::suggestions(const QString& word) const {
 
 std::shared_ptr<const std::vector<Candidate>> Speller::candidates(const QString& lower) const {
     {
-        const QMutexLocker lock(&memory_);
+        const QReadLocker lock(&memory_);
         const auto found = remembered_.constFind(lower);
         if (found != remembered_.constEnd()) {
             return *found;
@@ -258,7 +274,7 @@ std::shared_ptr<const std::vector<Candidate>> Speller::candidates(const QString&
     const double limit = length <= 3 ? 1.05 : length == 4 ? 1.3 : length == 5 ? 1.8 : length <= 7 ? 2.0 : 2.4;
     const auto made = std::make_shared<const std::vector<Candidate>>(
         finder_ ? finder_->find(lower.toLatin1(), limit) : suggestions(lower));
-    const QMutexLocker lock(&memory_);
+    const QWriteLocker lock(&memory_);
     if (remembered_.size() >= rememberedLimit) {
         remembered_.clear();
     }

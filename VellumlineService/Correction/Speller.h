@@ -5,6 +5,7 @@
 #include <QByteArray>
 #include <QHash>
 #include <QMutex>
+#include <QReadWriteLock>
 #include <QString>
 #include <memory>
 #include <vector>
@@ -65,7 +66,9 @@ class Speller {
     std::vector<std::unique_ptr<Dictionary>> dictionaries_;
     std::vector<Entry> entries_; ///< Sorted by word.
     std::unique_ptr<CandidateFinder> finder_;
-    mutable QMutex memory_;
+    mutable QReadWriteLock memory_;
+    // What Hunspell said, so that threads rarely wait for it.
+    mutable QHash<QString, bool> rememberedAnswers_;
     mutable QHash<QString, std::shared_ptr<const std::vector<Candidate>>> remembered_;
 };
 
