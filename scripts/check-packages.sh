@@ -1,0 +1,115 @@
+#!/usr/bin/env bash
+# The packages in a fresh Debian of their own: lintian; installed, used (the demonstration, with the installed programs), installed
+# again, removed and purged, with nothing left behind. Needs root, the network for Debian's packages, and some minutes.
+#
+#   check-packages.sh [--keep] [PACKAGES]      PACKAGES: the folder of scripts/package.sh, build/packages unless given
+#                                              --keep: the bare Debian stays in build/ for the next time
+set -euo pipefail
+root=$(cd "$(dirname "$(readlink -f "${BASH_SOURCE[0]}")")/.." && pwd)
+keep=no
+if [ "${1:-}" = --keep ]; then
+    keep=yes
+    shift
+fi
+packages=$(realpath "${1:-$root/build/packages}")
+[ "$(id -u)" = 0 ] || { echo "check-packages.sh: a root file system can only be made by root" >&2; exit 69; }
+"$root/scripts/packages.sh" package
+files=("$packages"/vellumline_*.deb "$packages"/vellumline-service_*.deb)
+
+echo "== lintian"
+# Exceptions are named in packaging/debian/*.lintian-overrides. For root it needs to be told.
+lintian --fail-on error,warning --allow-root "${files[@]}"
+
+base=$root/build/debian-base
+if [ ! -e "$base/etc/debian_version" ]; then
+    echo "== debootstrap"
+    # shellcheck disable=SC2016  # apt's own variable
+    mirror=$(apt-get indextargets --format '$(REPO_URI)' 'Created-By: Packages' | head -1)
+    rm -rf "$base.new"
+    debootstrap --variant=minbase bookworm "$base.new" "$mirror" >"$root/build/debootstrap.log" 2>&1 || { tail -5 "$root/build/debootstrap.log"; exit 1; }
+    mv "$base.new" "$base"
+fi
+fresh=$(mktemp -d "${TMPDIR:-/tmp}/vellumline-debian.XXXXXX")
+cleanup() {
+    for mounted in dev/shm dev/pts dev proc; do
+        umount "$fresh/$mounted" 2>/dev/null || true
+    done
+    if ! mountpoint -q "$fresh/proc" && ! mountpoint -q "$fresh/dev"; then rm -rf "$fresh"; fi
+    [ "$keep" = yes ] || rm -rf "$base"
+}
+trap cleanup EXIT
+cp -a "$base/." "$fresh"
+mount -t proc proc "$fresh/proc"
+mount -t tmpfs -o mode=755 tmpfs "$fresh/dev"
+for device in null zero full random urandom tty; do
+    cp -a "/dev/$device" "$fresh/dev/"
+done
+mkdir "$fresh/dev/shm" "$fresh/dev/pts"
+mount -t tmpfs -o mode=1777 tmpfs "$fresh/dev/shm"
+mount -t devpts -o newinstance,ptmxmode=666 devpts "$fresh/dev/pts"
+ln -s pts/ptmx "$fresh/dev/ptmx"
+ln -sf /proc/self/fd "$fresh/dev/fd"
+cp -L /etc/resolv.conf "$fresh/etc/" 2>/dev/null || true
+cp -r /etc/apt/sources.list.d /etc/apt/apt.conf.d "$fresh/etc/apt/" 2>/dev/null || true
+[ ! -f /etc/apt/sources.list ] || cp /etc/apt/sources.list "$fresh/etc/apt/"
+[ ! -d /etc/apt/sources.list.d ] || [ -z "$(ls /etc/apt/sources.list.d)" ] || rm -f "$fresh/etc/apt/sources.list"
+# No daemon of a package is started in there.
+printf '#!/bin/sh\nexit 101\n' >"$fresh/usr/sbin/policy-rc.d"
+chmod +x "$fresh/usr/sbin/policy-rc.d"
+inside() { chroot "$fresh" env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin HOME=/opt LANG=C.UTF-8 DEBIAN_FRONTEND=noninteractive "$@"; }
+apt() { inside apt-get -q -y -o Dpkg::Use-Pty=0 "$@" >>"$root/build/check-packages.log" 2>&1 || { tail -20 "$root/build/check-packages.log"; exit 1; }; }
+: >"$root/build/check-packages.log"
+everything() { (cd "$fresh" && find . -path ./proc -prune -o -path ./dev -prune -o -path ./tmp -prune -o -path ./opt -prune -o -path ./var/lib/apt -prune -o \
+    -path ./var/lib/dpkg -prune -o -path ./var/cache -prune -o -path ./var/log -prune -o -print | LC_ALL=C sort); }
+
+echo "== the desktop that the packages are tried in"
+apt update
+mapfile -t demo < <("$root/scripts/packages.sh" --list demo)
+# What the packages need is here before, so that what they leave is theirs; they themselves bring only their own files.
+mapfile -t needed < <(inside true; for file in "${files[@]}"; do dpkg-deb -f "$file" Depends; done |
+    tr ',' '\n' | sed -E 's/\(.*//; s/\|.*//; s/ //g' | grep -vE '^(vellumline.*|)$' | LC_ALL=C sort -u)
+apt install --no-install-recommends "${demo[@]}" "${needed[@]}" libglib2.0-bin x11-utils desktop-file-utils man-db
+everything >"$fresh/opt/before"
+cp "${files[@]}" "$fresh/opt/"
+mapfile -t names < <(printf '/opt/%s\n' "${files[@]##*/}")
+
+echo "== installed"
+apt install --no-install-recommends "${names[@]}"
+inside grep -q com.kelthorne.Vellumline.desktop /usr/share/applications/mimeinfo.cache || { echo "the link handler is not known"; exit 1; }
+inside vellumline --version
+inside sh -c 'vellumline status; test $? = 69'
+[ "$(echo 'i has went to the shop yesterday and buyed three apple.' | inside vellumline-correct)" = 'I went to the shop yesterday and bought three apples.' ]
+inside test -L /etc/systemd/user/sockets.target.wants/vellumline-service.socket || { echo "the socket is not enabled"; exit 1; }
+inside test ! -e /etc/systemd/user/graphical-session.target.wants/vellumline.service || { echo "the program is enabled as a unit"; exit 1; }
+
+echo "== used"
+mkdir "$fresh/opt/tree"
+cp -r "$root/demo" "$root/scripts" "$root/packaging" "$fresh/opt/tree/"
+mkdir -p "$fresh/opt/tree/installed"/{Vellumline,VellumlineService,demo}
+ln -s /usr/bin/vellumline "$fresh/opt/tree/installed/Vellumline/vellumline"
+ln -s /usr/bin/vellumline-service /usr/bin/vellumline-correct "$fresh/opt/tree/installed/VellumlineService/"
+"$root/scripts/build.sh" release "$root/build/run" -DVELLUMLINE_TESTS=OFF -DVELLUMLINE_BENCHMARKS=OFF -- vellumline-demo-clipboard >/dev/null
+cp "$root/build/run/demo/vellumline-demo-clipboard" "$fresh/opt/tree/installed/demo/"
+# Installed, the entry and the bus's file are the package's.
+printf '#!/bin/sh\nexit 0\n' >"$fresh/opt/tree/scripts/install-desktop-entry.sh"
+inside /opt/tree/demo/demonstration --build /opt/tree/installed --output /opt/tree/output
+rm -rf "$fresh/opt/tree"
+
+echo "== installed again, as an upgrade does it"
+apt install --no-install-recommends --reinstall "${names[@]}"
+inside vellumline --version
+
+echo "== removed and purged"
+apt remove vellumline vellumline-service
+if inside test -e /usr/bin/vellumline; then
+    echo "the program is still there"
+    exit 1
+fi
+apt purge vellumline vellumline-service
+everything >"$fresh/opt/after"
+if ! diff "$fresh/opt/before" "$fresh/opt/after" | grep '^[<>]'; then
+    echo "nothing is left behind"
+else
+    echo "that was left behind or taken away"
+    exit 1
+fi
