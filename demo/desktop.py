@@ -24,13 +24,17 @@ MARKER_TARGETS = {
 }
 
 
+# Under Valgrind a program takes that many times as long.
+PATIENCE = float(os.environ.get("VELLUMLINE_PATIENCE", "1"))
+
+
 class Failure(Exception):
     """A step did not do what it should."""
 
 
 def wait_for(what, seconds, condition, interval=0.02):
     """The first true answer of the condition; a Failure that names `what` when none came in time."""
-    deadline = time.monotonic() + seconds
+    deadline = time.monotonic() + seconds * PATIENCE
     while True:
         answer = condition()
         if answer:
@@ -90,7 +94,7 @@ def run(*command, timeout=20):
     """The standard output of a command, or None when it failed."""
     try:
         done = subprocess.run(command, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL,
-                              timeout=timeout, check=False)
+                              timeout=timeout * PATIENCE, check=False)
     except subprocess.TimeoutExpired:
         return None
     return done.stdout if done.returncode == 0 else None
