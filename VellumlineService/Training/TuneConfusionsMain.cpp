@@ -19,9 +19,11 @@ namespace {
 
 // What a wrong change costs, in right ones.
 constexpr double costOfHarm = 2.0;
-// How often one word of a hand-written set stands for another; how often a word is one slip away from the one
-// that was meant. Estimates; the order of magnitude decides.
-constexpr double exchangeRate = 0.02;
+// How often one word of a hand-written set stands for another; the same for small words, which are so
+// frequent that writers know them; how often a word is one slip away from the one that was meant. Estimates;
+// the order of magnitude decides.
+constexpr double exchangeRate = 0.05;
+constexpr double seldomRate = 0.02;
 constexpr double slipRate = 0.0015;
 
 constexpr int steps = 60;
@@ -103,24 +105,34 @@ int main(int count_, char** arguments) {
     Pairs pairs;
     addSlips(&pairs, *model, 600);
     QList<std::pair<QString, QString>> never;
+    QList<std::pair<QString, QString>> seldom;
     std::ifstream sets(arguments[2]);
     for (std::string text; std::getline(sets, text);) {
         if (text.starts_with('#')) {
             continue;
         }
         QStringList words = QString::fromStdString(text).split(u' ', Qt::SkipEmptyParts);
-        const bool refused = words.value(0) == QStringLiteral("never") && words.size() > 1;
-        if (refused) {
+        const QString first = words.value(0);
+        const bool refused = first == QStringLiteral("never") && words.size() > 1;
+        const bool rare = first == QStringLiteral("seldom");
+        if (refused || rare) {
             words.removeFirst();
         }
         for (const QString& a : words) {
             for (const QString& b : words) {
                 if (a != b && refused) {
                     never.append({a, b});
+                } else if (a != b && rare) {
+                    seldom.append({a, b});
                 } else if (a != b) {
                     add(&pairs, a, b, exchangeRate);
                 }
             }
+        }
+    }
+    for (const auto& [a, b] : std::as_const(seldom)) {
+        if (const auto pair = pairs[a].find(b); pair != pairs[a].end()) {
+            pair->rate = std::min(pair->rate, seldomRate);
         }
     }
     for (const auto& [a, b] : std::as_const(never)) {
