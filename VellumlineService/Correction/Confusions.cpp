@@ -1,7 +1,8 @@
 #include "VellumlineService/Correction/Confusions.h"
 
+#include "VellumlineService/Correction/LanguageModel.h"
 #include "VellumlineService/Correction/Line.h"
-#include "VellumlineService/Correction/Rules.h"
+#include "VellumlineService/Correction/RuleHelpers.h"
 #include "VellumlineService/Correction/SentenceScorer.h"
 
 #include <QFile>
@@ -14,6 +15,66 @@ namespace {
 // A line of a few words is a note, a label or a title, and tells little.
 constexpr int fewWords = 4;
 constexpr double marginOfFewWords = 3;
+// Where much is wrong, the words around tell less: half of the exchanges of learners that became likelier by
+// less than this were wrong.
+constexpr double marginOfEachChange = 0.6;
+constexpr int mostChanges = 3;
+constexpr double marginBesideUnknown = 2;
+// The word does in its place what grammar asks of it, and the other one would not.
+constexpr double marginOfFittingForm = 5;
+
+/// Whether a verb without tense must stand here: "to just know", "could see".
+bool mustBeBaseVerb(const Line& line, int i) {
+    if (line.tag(i) != Tag::baseVerb) {
+        return false;
+    }
+    int before = i - 1;
+    while (before > 0 && isAdverb(line.tag(before)) && line.isNextTo(before + 1)) {
+        --before;
+    }
+    return before < i - 1 && line.isNextTo(before + 1) &&
+           (line.tag(before) == Tag::to || line.tag(before) == Tag::modal || is(line.lower(before), "to"));
+}
+
+/// Whether the word is the one verb of its subject: "children form a line".
+bool isOnlyVerbOfSubject(const Line& line, int i, const Inflections& inflections) {
+    return line.tag(i) == Tag::presentVerb && !inflections.is(line.lower(i), Form::plain) &&
+           line.isNextTo(i) && (line.tag(i - 1) == Tag::pluralNoun || isSubjectPronoun(line.lower(i - 1))) &&
+           (!hasFiniteVerbBefore(line, i) || is(line.before(i - 1), "that"));
+}
+
+/// What speaks for the written word besides the model, which sees three words to each side.
+double doubt(const Line& line, int i, const QString& meant, const RuleTools& tools) {
+    const QString written = line.lower(i);
+    const Tag next = line.isNextTo(i + 1) ? line.tag(i + 1) : Tag::other;
+    Line changed = line;
+    changed.replace(i, meant);
+    const Tag tag = changed.tag(i);
+    double margin = marginOfEachChange * std::min(line.changeCount(), mostChanges);
+    const bool loneVerb =
+        (mustBeBaseVerb(line, i) || isOnlyVerbOfSubject(line, i, tools.inflections)) && !isVerb(tag);
+    const bool ofDegree =
+        is(written, "far") && (next == Tag::comparativeAdjective || next == Tag::comparativeAdverb);
+    // Who leaves out the article of "the same" does not mean "some".
+    const bool bareSame = is(written, "same") && is(meant, "some") && line.isNextTo(i) &&
+                          (isVerb(line.tag(i - 1)) || line.tag(i - 1) == Tag::preposition ||
+                           line.tag(i - 1) == Tag::determiner);
+    const Tag nextThen = line.isNextTo(i + 1) ? changed.tag(i + 1) : Tag::other;
+    const bool beforeVerb =
+        tag == Tag::possessivePronoun && (next == Tag::baseVerb || next == Tag::presentVerb);
+    const bool modalBeforeNoun = tag == Tag::modal && isNoun(nextThen);
+    if (loneVerb || ofDegree || bareSame || beforeVerb || modalBeforeNoun) {
+        margin += marginOfFittingForm;
+    }
+    const auto isUnknown = [&](int at) {
+        return at >= 0 && at < line.wordCount() && line.word(at).text == line.lower(at) &&
+               tools.speller.model().gramWord(line.lower(at).toUtf8()) == modelformat::unknownWord;
+    };
+    if (isUnknown(i - 1) || isUnknown(i + 1)) {
+        margin += marginBesideUnknown;
+    }
+    return margin;
+}
 
 } // namespace
 
@@ -56,7 +117,7 @@ void applyRealWordConfusions(Line& line, const RuleTools& tools) {
         QString better;
         for (const Confusion& confusion : *found) {
             const double surplus = scorer->gain(i, confusion.meant) - confusion.margin;
-            if (surplus > best) {
+            if (surplus > best && surplus - doubt(line, i, confusion.meant, tools) > least) {
                 best = surplus;
                 better = confusion.meant;
             }

@@ -294,6 +294,7 @@ void Line::replaceExactly(int i, const QString& made) {
 
 void Line::changed(const QString& before, const QString& after) {
     edits_.push_back({before, after});
+    ++changeCount_;
     tags_.clear();
 }
 

@@ -85,6 +85,8 @@ class Line {
     void endWithQuestionMark();
     /// Takes a word out with the space before it, or after it at the start.
     void remove(int i);
+    /// How many changes were made until now.
+    int changeCount() const { return changeCount_; }
     /// The changes since the last call.
     std::vector<Edit> takeEdits();
 
@@ -97,6 +99,7 @@ class Line {
     std::vector<Token> tokens_;
     std::vector<int> words_;
     std::vector<Edit> edits_;
+    int changeCount_ = 0;
     const Tagger& tagger_;
     // The tags of the words, made when they are asked for; empty after a change.
     mutable std::vector<std::pair<Tag, Tag>> tags_;
