@@ -23,7 +23,8 @@ constexpr double silentMissing = 0.8; // A vowel or an h.
 constexpr double letterMissing = 0.85;
 constexpr double nextKeyToo = 0.85; // The neighbour of the letter before or after was hit, too.
 constexpr double letterToo = 1.0;
-constexpr double wrongStart = 0.6; // Writers rarely mistake the first letter.
+constexpr double wrongStart = 0.6;   // Writers rarely mistake the first letter.
+constexpr double swappedStart = 0.2; // But their fingers may be in the wrong order there too: "hte".
 
 bool isLetter(char c) {
     return c >= 'a' && c <= 'z';
@@ -193,7 +194,7 @@ double slipCost(QByteArrayView typed, QByteArrayView meant, double limit) {
                                                 : (isVowel(y) || y == 'h') ? silentMissing
                                                                            : letterMissing));
             if (i > 1 && j > 1 && x == b[j - 2] && a[i - 2] == y && x != y) {
-                cost = std::min(cost, table[i - 2][j - 2] + swapping);
+                cost = std::min(cost, (i == 2 && j == 2 ? swappedStart : table[i - 2][j - 2]) + swapping);
             }
             for (const Sound& sound : sounds(x, y)) {
                 const size_t p = sound.typed.size();

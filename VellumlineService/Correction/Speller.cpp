@@ -271,7 +271,7 @@ std::shared_ptr<const std::vector<Candidate>> Speller::candidates(const QString&
         }
     }
     const qsizetype length = lower.size();
-    const double limit = length <= 3 ? 1.05 : length == 4 ? 1.3 : length == 5 ? 1.8 : length <= 7 ? 2.0 : 2.4;
+    const double limit = length <= 3 ? 1.3 : length == 4 ? 1.3 : length == 5 ? 1.8 : length <= 7 ? 2.0 : 2.4;
     const auto made = std::make_shared<const std::vector<Candidate>>(
         finder_ ? finder_->find(lower.toLatin1(), limit) : suggestions(lower));
     const QWriteLocker lock(&memory_);

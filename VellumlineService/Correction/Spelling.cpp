@@ -22,6 +22,16 @@ constexpr double slipWeight = 6.0;
 constexpr double leastGain = -12;
 constexpr double leastGainOfDerived = -3;
 constexpr double leastGainOfCapital = 0;
+// As likely as a word that fits hardly, and another one as likely: neither was meant, as a rule. A slip of
+// one letter is worth the risk.
+constexpr double leastGainOfUndecided = 2;
+constexpr double leadOfDecided = 0.3;
+constexpr double leastCostOfUndecided = 0.8;
+// Nobody is likely to have meant a word that edited text hardly ever has.
+constexpr int rareWord = 15;
+constexpr double leastGainOfRare = -5.5;
+// Writers who miss a letter rarely mistake one of several for one.
+constexpr double otherNumber = 5.0;
 // A word of the other side of the Atlantic than the rest of the line.
 constexpr double otherVariant = 12.0;
 
@@ -77,6 +87,19 @@ std::pair<QString, double> nearestOwnWord(const QString& lower, const PersonalDi
     return nearest.first.isEmpty() ? std::pair(QString(), -std::numeric_limits<double>::infinity()) : nearest;
 }
 
+bool isRare(const LanguageModel& model, const QString& word) {
+    const int index = model.find(word.toLower().toUtf8());
+    return index >= 0 && model.frequency(index) < rareWord;
+}
+
+/// Whether one of both words ends like a plural and the other one does not.
+bool differInNumber(const QString& typed, const QString& meant) {
+    const auto plural = [](const QString& word) {
+        return word.endsWith(u's') && !word.endsWith(QStringLiteral("ss"));
+    };
+    return plural(typed) != plural(meant);
+}
+
 /// "goin'", "payin'": speech written down.
 bool isClipped(const Line& line, int i) {
     return line.lower(i).endsWith(QStringLiteral("in")) &&
@@ -106,7 +129,14 @@ void applySpelling(Line& line, const RuleTools& tools) {
     const Speller& speller = tools.speller;
     // Contractions and possessives: "'s" and the like do not make a word unknown.
     const auto known = [&](const QString& word) {
-        if (speller.isKnown(word)) {
+        // The dictionaries lack forms of verbs that are mostly nouns ("disking").
+        if (speller.isKnown(word) || tools.inflections.knows(word)) {
+            return true;
+        }
+        // Plurals of those who do something are made at will; "olders" is none.
+        const QString one = word.chopped(1);
+        if (word.size() > 6 && word.endsWith(QStringLiteral("ers")) && speller.isKnown(one) &&
+            !tools.inflections.is(one, Form::comparative)) {
             return true;
         }
         const qsizetype apostrophe = word.indexOf(u'\'');
@@ -141,7 +171,11 @@ void applySpelling(Line& line, const RuleTools& tools) {
             scorer.emplace(speller.model(), line);
         }
         const QString base = speller.derivedFrom(token.lower);
-        double best = !base.isEmpty() ? leastGainOfDerived : capital ? leastGainOfCapital : leastGain;
+        const double least = !base.isEmpty() ? leastGainOfDerived : capital ? leastGainOfCapital : leastGain;
+        double best = least;
+        double highest = -std::numeric_limits<double>::infinity();
+        double second = highest;
+        double costOfBest = 0;
         QString better;
         const auto candidates = speller.candidates(token.lower);
         for (const Candidate& candidate : *candidates) {
@@ -150,14 +184,23 @@ void applySpelling(Line& line, const RuleTools& tools) {
                 continue;
             }
             const double gain = scorer->gain(i, 1, candidate.text.split(u' ')) - slipWeight * candidate.cost -
-                                variantCost(candidate, british);
+                                variantCost(candidate, british) -
+                                (differInNumber(token.lower, candidate.text) ? otherNumber : 0);
+            second = std::max(second, std::min(gain, highest));
+            highest = std::max(highest, gain);
             if (gain > best) {
                 best = gain;
+                costOfBest = candidate.cost;
                 better = candidate.text;
                 if ((candidate.flags & LanguageModel::capitalWord) != 0) {
                     better.front() = better.front().toUpper();
                 }
             }
+        }
+        if ((best < leastGainOfUndecided && costOfBest >= leastCostOfUndecided &&
+             best - second < leadOfDecided) ||
+            (best < leastGainOfRare && isRare(speller.model(), better))) {
+            better.clear();
         }
         if (const auto [own, gain] = nearestOwnWord(token.lower, tools.personal); gain > best) {
             better = own;
