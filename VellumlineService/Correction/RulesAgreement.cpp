@@ -344,6 +344,15 @@ void agreeWithSubject(Line& line, const RuleTools& tools) {
 }
 
 void agreeInRelativeClause(Line& line, const RuleTools& tools) {
+    static const Words reasons = words("reason way time day place moment year fact");
+    const auto hasPluralBefore = [](const Line& of, int i) {
+        for (int k = sentenceStart(of, i); k < i; ++k) {
+            if (of.tag(k) == Tag::pluralNoun) {
+                return true;
+            }
+        }
+        return false;
+    };
     const Inflections& inflections = tools.inflections;
     for (int i = 2; i < line.wordCount(); ++i) {
         const QString relative = line.before(i);
@@ -367,6 +376,11 @@ void agreeInRelativeClause(Line& line, const RuleTools& tools) {
         const QString before = line.before(phrase->first);
         if (!before.isEmpty() && !isVerb(line.tag(phrase->first - 1)) && !opensClause(before) &&
             !is(before, "there")) {
+            continue;
+        }
+        // "the reason that study": the subject is missing, not the ending. "the one who", of several: "ones".
+        if ((!is(relative, "who") && reasons.contains(line.lower(i - 2))) ||
+            (is(line.lower(i - 2), "one") && hasPluralBefore(line, phrase->first))) {
             continue;
         }
         const Number number = numberOf(line, *phrase, inflections);

@@ -55,7 +55,8 @@ QString articleFor(const QString& word) {
 void articleByModel(Line& line, const RuleTools& tools) {
     for (int first = 1; first < line.wordCount(); ++first) {
         const int head = bareSingularHead(line, first, tools);
-        if (head < 0 || isProtected(line.word(first))) {
+        // "the needs of man": all of them.
+        if (head < 0 || isProtected(line.word(first)) || (head == first && is(line.lower(head), "man"))) {
             continue;
         }
         const QString article = articleFor(line.lower(first));

@@ -190,7 +190,6 @@ void fixedPhrase(Line& line, const RuleTools&) {
         "step by steps:step by step",
         "all kind of:all kinds of",
         "many kind of:many kinds of",
-        "these kind of:these kinds of",
         "these type of:these types of",
         "these sort of:these sorts of",
         "many type of:many types of",
@@ -451,8 +450,10 @@ void missingArticle(Line& line, const RuleTools&) {
                                                                               : QStringLiteral("a"));
             ++i;
         } else if (is(word, "same") && !determiners.contains(before) &&
-                   line.cliticTag(i - 1) != Tag::possessive && isNoun(line.tag(i + 1)) &&
-                   line.isNextTo(i + 1) && (line.tag(i - 1) == Tag::preposition || isVerb(line.tag(i - 1)))) {
+                   line.cliticTag(i - 1) != Tag::possessive &&
+                   (line.tag(i - 1) == Tag::preposition || isVerb(line.tag(i - 1))) &&
+                   ((isNoun(line.tag(i + 1)) && line.isNextTo(i + 1)) ||
+                    (isBe(before) && (line.endsClause(i) || is(line.follows(i + 1), "as"))))) {
             line.insertBefore(i, QStringLiteral("the"));
             ++i;
         } else if (is(before, "of") && is(line.before(i - 1), "one") &&

@@ -40,6 +40,10 @@ void makePlural(Line& line, int i, const RuleTools& tools) {
     line.replace(i, tools.inflections.form(line.lower(i), Form::plural));
 }
 
+// What is sometimes counted is mostly weighed after these words ("lots of hardship").
+constexpr double leastShareAfterLots = 0.5;
+constexpr double leastGainAfterLots = 2;
+
 bool isPluralVerb(const Line& line, int i) {
     static const Words verbs = words("are were have do aren't weren't haven't don't");
     return verbs.contains(line.follows(i)) || line.tag(i) == Tag::presentVerb;
@@ -102,10 +106,12 @@ void pluralAfterMany(Line& line, const RuleTools& tools) {
             head = i + 1;
             // "a lot of time": most nouns are weighed there, not counted.
             const QString noun = line.lower(head);
-            if (is(line.before(i), "lot") || is(word, "lots") || is(line.before(i), "plenty")) {
+            if (words("lot lots plenty").contains(line.before(i))) {
                 const QString plural = tools.inflections.form(noun, Form::plural);
+                const double share = is(line.before(i), "lots") ? leastShareAfterLots : 1;
                 if (!tools.inflections.isCounted(noun) ||
-                    tools.speller.frequency(plural) < tools.speller.frequency(noun)) {
+                    tools.speller.frequency(plural) < tools.speller.frequency(noun) * share ||
+                    (share < 1 && gainOf(line, tools, head, 1, {plural}) < leastGainAfterLots)) {
                     continue;
                 }
             }

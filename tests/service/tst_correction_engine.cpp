@@ -130,6 +130,7 @@ class CorrectionEngineTest : public QObject {
         QCOMPARE(cost("word", "word"), 0.0);
         QVERIFY(cost("adress", "address") < cost("adress", "dress"));
         QVERIFY(cost("teh", "the") < cost("teh", "tea"));
+        QVERIFY(cost("hte", "the") < cost("hte", "he"));
         QVERIFY(cost("grammer", "grammar") < cost("grammer", "gammer"));
         QVERIFY(cost("worf", "word") < cost("worp", "word"));
     }
