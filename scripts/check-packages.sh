@@ -31,15 +31,17 @@ if [ ! -e "$base/etc/debian_version" ]; then
 fi
 fresh=$(mktemp -d "${TMPDIR:-/tmp}/vellumline-debian.XXXXXX")
 cleanup() {
-    for mounted in dev/shm dev/pts dev proc; do
+    for mounted in dev/shm dev/pts dev sys proc; do
         umount "$fresh/$mounted" 2>/dev/null || true
     done
-    if ! mountpoint -q "$fresh/proc" && ! mountpoint -q "$fresh/dev"; then rm -rf "$fresh"; fi
+    if ! mountpoint -q "$fresh/proc" && ! mountpoint -q "$fresh/sys" && ! mountpoint -q "$fresh/dev"; then rm -rf "$fresh"; fi
     [ "$keep" = yes ] || rm -rf "$base"
 }
 trap cleanup EXIT
 cp -a "$base/." "$fresh"
 mount -t proc proc "$fresh/proc"
+# Chromium looks there for the processors and the graphics.
+mount -t sysfs -o ro sysfs "$fresh/sys" || true
 mount -t tmpfs -o mode=755 tmpfs "$fresh/dev"
 for device in null zero full random urandom tty; do
     cp -a "/dev/$device" "$fresh/dev/"
@@ -59,7 +61,7 @@ chmod +x "$fresh/usr/sbin/policy-rc.d"
 inside() { chroot "$fresh" env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin HOME=/opt LANG=C.UTF-8 DEBIAN_FRONTEND=noninteractive "$@"; }
 apt() { inside apt-get -q -y -o Dpkg::Use-Pty=0 "$@" >>"$root/build/check-packages.log" 2>&1 || { tail -20 "$root/build/check-packages.log"; exit 1; }; }
 : >"$root/build/check-packages.log"
-everything() { (cd "$fresh" && find . -path ./proc -prune -o -path ./dev -prune -o -path ./tmp -prune -o -path ./opt -prune -o -path ./var/lib/apt -prune -o \
+everything() { (cd "$fresh" && find . -path ./proc -prune -o -path ./sys -prune -o -path ./dev -prune -o -path ./tmp -prune -o -path ./opt -prune -o -path ./var/lib/apt -prune -o \
     -path ./var/lib/dpkg -prune -o -path ./var/cache -prune -o -path ./var/log -prune -o -print | LC_ALL=C sort); }
 
 echo "== the desktop that the packages are tried in"
@@ -92,7 +94,8 @@ ln -s /usr/bin/vellumline-service /usr/bin/vellumline-correct "$fresh/opt/tree/i
 cp "$root/build/run/demo/vellumline-demo-clipboard" "$fresh/opt/tree/installed/demo/"
 # Installed, the entry and the bus's file are the package's.
 printf '#!/bin/sh\nexit 0\n' >"$fresh/opt/tree/scripts/install-desktop-entry.sh"
-inside /opt/tree/demo/demonstration --build /opt/tree/installed --output /opt/tree/output
+used=yes
+inside /opt/tree/demo/demonstration --build /opt/tree/installed --output /opt/tree/output || used=no
 rm -rf "$fresh/opt/tree"
 
 echo "== installed again, as an upgrade does it"
@@ -113,3 +116,5 @@ else
     echo "that was left behind or taken away"
     exit 1
 fi
+# What follows the demonstration is worth knowing whatever came of it.
+[ "$used" = yes ] || { echo "the demonstration failed"; exit 1; }

@@ -208,6 +208,12 @@ class LoginServiceContract : public QObject {
         QVERIFY(service.registerService());
         QCOMPARE(QProcess::execute(QStringLiteral("desktop-file-validate"), {service.path()}), 0);
     }
+    void sessionsPassOverTheEntryOfARemovedProgram() {
+        // Desktop Application Autostart Specification: an entry whose TryExec is not there is ignored.
+        auto service = autostart(thisProgram());
+        QVERIFY(service.registerService());
+        QVERIFY(readFile(service.path()).contains("\nTryExec=" + thisProgram().first().toUtf8() + "\n"));
+    }
     void execValuesAreQuotedAsTheSpecificationSays_data() {
         QTest::addColumn<QStringList>("commandLine");
         QTest::addColumn<QString>("value");

@@ -175,11 +175,13 @@ bool XdgAutostart::write(const QByteArray& contents) const {
 bool XdgAutostart::registerService() {
     if (entry_.commandLine.isEmpty() || !canRun(entry_.commandLine.first()))
         return false;
+    // TryExec: once the program has been removed, sessions pass over what its users leave behind.
     return write("[Desktop Entry]\n"
                  "Type=Application\n"
                  "Version=1.0\n"
                  "Name=" +
                  escaped(entry_.name).toUtf8() + "\nExec=" + execValue(entry_.commandLine).toUtf8() +
+                 "\nTryExec=" + escaped(entry_.commandLine.first()).toUtf8() +
                  "\nIcon=" + entry_.identifier.toUtf8() +
                  "\nTerminal=false\n"
                  "NoDisplay=true\n"
