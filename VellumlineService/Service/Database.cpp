@@ -11,7 +11,6 @@
 #include <QUrl>
 #include <QUrlQuery>
 #include <atomic>
-#include <unordered_map>
 
 namespace vellumline {
 
@@ -25,16 +24,6 @@ struct Database::Connection {
         prepared.clear();
         database = QSqlDatabase();
         QSqlDatabase::removeDatabase(name);
-    }
-};
-
-/// The connections of one thread; QSqlDatabase belongs to the thread that opened it.
-struct ThreadConnections {
-    std::unordered_map<quint64, std::unique_ptr<Database::Connection>> byDatabase;
-
-    static ThreadConnections& mine() {
-        thread_local ThreadConnections connections;
-        return connections;
     }
 };
 
@@ -129,12 +118,19 @@ QString DatabaseAddress::shown() const {
 Database::Database(DatabaseAddress address)
     : address_(std::move(address)), id_(nextDatabaseId.fetch_add(1)) {}
 
-Database::~Database() {
-    dropConnection();
-}
+// The connections end here, and not each with its thread: QThread counts a thread as finished before what is
+// local to it is destroyed, so that a program that ended then met drivers which were being closed. Nobody
+// uses them any more.
+Database::~Database() = default;
 
 void Database::dropConnection() {
-    ThreadConnections::mine().byDatabase.erase(id_);
+    std::unique_ptr<Connection> dropped;
+    const std::scoped_lock lock(connectionsMutex_);
+    const auto mine = connections_.find(std::this_thread::get_id());
+    if (mine != connections_.end()) {
+        dropped = std::move(mine->second);
+        connections_.erase(mine);
+    }
 }
 
 std::unique_ptr<Database::Connection> Database::connect() {
@@ -171,12 +167,16 @@ std::unique_ptr<Database::Connection> Database::connect() {
 }
 
 Database::Connection& Database::connection() {
-    auto& mine = ThreadConnections::mine().byDatabase[id_];
-    if (!mine || !mine->database.isOpen()) {
-        mine.reset();
-        mine = connect();
+    std::unique_ptr<Connection>* mine = nullptr;
+    {
+        const std::scoped_lock lock(connectionsMutex_);
+        mine = &connections_[std::this_thread::get_id()]; // stays where it is when others come and go
     }
-    return *mine;
+    if (!*mine || !(*mine)->database.isOpen()) {
+        mine->reset();
+        *mine = connect();
+    }
+    return **mine;
 }
 
 QSqlQuery* Database::tryOnce(Connection& connection, const char* statement, const QVariantList& values) {

@@ -6,7 +6,10 @@
 #include <QVariant>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <optional>
+#include <thread>
+#include <unordered_map>
 
 namespace vellumline {
 
@@ -58,9 +61,9 @@ class DatabaseAnswer {
     QSqlQuery* query_;
 };
 
-/// One database, with a connection of its own for each thread. Statements are string literals that SQLite and
-/// PostgreSQL read alike; each is prepared once for each connection. A connection that PostgreSQL ended is
-/// opened again at the next statement. Nothing throws.
+/// One database, with a connection of its own for each thread. Outlives the threads that use it. Statements
+/// are string literals that SQLite and PostgreSQL read alike; each is prepared once for each connection. A
+/// connection that PostgreSQL ended is opened again at the next statement. Nothing throws.
 class Database {
   public:
     explicit Database(DatabaseAddress address);
@@ -84,7 +87,6 @@ class Database {
 
   private:
     struct Connection;
-    friend struct ThreadConnections;
 
     Connection& connection();
     std::unique_ptr<Connection> connect();
@@ -98,6 +100,8 @@ class Database {
     QMutex writing_;
     const quint64 id_;
     FailureReport report_;
+    std::mutex connectionsMutex_;
+    std::unordered_map<std::thread::id, std::unique_ptr<Connection>> connections_;
 };
 
 } // namespace vellumline
