@@ -159,6 +159,8 @@ def one_round(number, peer, keyboard, service, node, programs, figures):
     wait_for("the clipboard", 10, lambda: clipboard() == held, 0.1)
     Atspi.EditableText.set_text_contents(node, WRONG)
     wait_for("the wrong sentence", 5, lambda: text_of(node) == WRONG)
+    # xdotool presses the shortcut's modifiers again after its script typed, also when they were let go meanwhile.
+    run("xdotool", "keyup", "Control_L", "keyup", "Alt_L")
     press("ctrl+a")
     wait_for("the selection", 5, lambda: selected_text_of(node) == WRONG)
     time.sleep(0.2)
