@@ -155,6 +155,10 @@ def the_welcome_window_has_its_controls(session):
 
 def a_prompt_has_its_controls(session):
     session.start()
+    # Its name is on the bus before its shortcut is registered.
+    wait_for("the shortcut", 15, lambda: b"shortcutRegistered': <true>" in (run(
+        "gdbus", "call", "--session", "--dest", "com.kelthorne.Vellumline", "--object-path", "/com/kelthorne/Vellumline",
+        "--method", "com.kelthorne.Vellumline.Control.Status") or b""), 0.1)
     press("ctrl+alt+r")
     session.expect_prompt("Sign in to rewrite")
     expect_controls(session, [("button", "Not now"), ("button", "Sign in")])
