@@ -116,6 +116,9 @@ void applyRealWordConfusions(Line& line, const RuleTools& tools) {
         double best = least;
         QString better;
         for (const Confusion& confusion : *found) {
+            if (is(token.lower, "then") && concludesCondition(line, i)) {
+                continue; // the model does not see as far as the "if"
+            }
             const double surplus = scorer->gain(i, confusion.meant) - confusion.margin;
             if (surplus > best && surplus - doubt(line, i, confusion.meant, tools) > least) {
                 best = surplus;

@@ -147,4 +147,24 @@ int sentenceStart(const Line& line, int i) {
     return i;
 }
 
+bool concludesCondition(const Line& line, int i) {
+    static const Words conditions = words("if when whenever once unless");
+    bool hasCondition = false;
+    for (int k = sentenceStart(line, i); k < i; ++k) {
+        hasCondition = hasCondition || conditions.contains(line.lower(k));
+    }
+    if (!hasCondition) {
+        return false;
+    }
+    for (int k = i + 1; k < line.wordCount(); ++k) {
+        if (isFiniteVerb(line.tag(k))) {
+            return true;
+        }
+        if (line.endsClause(k)) {
+            return false;
+        }
+    }
+    return false;
+}
+
 } // namespace vellumline

@@ -46,6 +46,8 @@ std::optional<NounPhrase> nounPhraseEndingAt(const Line& line, int head);
 bool hasFiniteVerbBefore(const Line& line, int i);
 /// Whether the sentence that the word is in has a finite verb.
 bool hasFiniteVerb(const Line& line, int i);
+/// Whether the "then" at `i` can lead from a condition to its clause: "If it costs more then we wait".
+bool concludesCondition(const Line& line, int i);
 /// How much likelier the line is with other words in place of `count` of its own (natural logarithm).
 double gainOf(const Line& line, const RuleTools& tools, int first, int count, const QStringList& words);
 /// The first word of the sentence that the word is in.

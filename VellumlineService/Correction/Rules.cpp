@@ -209,7 +209,8 @@ void confusions(Line& line, const RuleTools& tools) {
         const QString word = line.lower(i);
         const QString before = line.before(i);
         const QString next = line.follows(i + 1);
-        if (is(word, "then") && comparatives.contains(before) && !is(before, "other") && !next.isEmpty()) {
+        if (is(word, "then") && comparatives.contains(before) && !is(before, "other") && !next.isEmpty() &&
+            !concludesCondition(line, i)) {
             line.replace(i, QStringLiteral("than"));
         } else if (is(word, "your") && is(next, "welcome")) {
             line.replace(i, QStringLiteral("you're"));

@@ -181,7 +181,8 @@ void commaAfterIfClause(Line& line, const RuleTools&) {
             if (verb && subject && (modal || finite) && line.isNextTo(i + 1) &&
                 !notBefore.contains(line.lower(i - 1)) && i > start + 3 && !isVerb(line.tag(i - 1)) &&
                 line.tag(i - 1) != Tag::preposition) {
-                line.insertSignAfter(i - 1, u',');
+                // "then" belongs to the clause that follows.
+                line.insertSignAfter(is(line.lower(i - 1), "then") ? i - 2 : i - 1, u',');
                 break;
             }
             verb = verb || isFiniteVerb(line.tag(i)) || isFiniteVerb(line.cliticTag(i));
