@@ -35,6 +35,11 @@ umask 022
 export LC_ALL=C.UTF-8 TZ=UTC
 cores=$(nproc)
 export DEB_BUILD_OPTIONS="noautodbgsym parallel=$cores" VELLUMLINE_BUILD_OPTIONS="$*"
+# debhelper gives the build an empty home, and with it an empty compiler cache.
+if command -v ccache >/dev/null; then
+    CCACHE_DIR=$(ccache --get-config cache_dir)
+    export CCACHE_DIR
+fi
 dpkg-buildpackage --build=binary --no-sign --no-check-builddeps
 mkdir -p "$output"
 rm -f "$output"/vellumline*.deb
