@@ -87,7 +87,8 @@ class Driver:
             with opener.open(request, timeout=60) as reply:
                 return json.load(reply)["value"]
         except urllib.error.HTTPError as error:
-            raise RuntimeError(json.load(error)["value"]["message"].splitlines()[0]) from error
+            # The second line has the reason of the first, such as that the browser could not be reached.
+            raise RuntimeError(", ".join(json.load(error)["value"]["message"].splitlines()[:2])) from error
 
     def find(self, selector):
         found = self.call("POST", "/elements", {"using": "css selector", "value": selector})

@@ -52,9 +52,13 @@ mount -t devpts -o newinstance,ptmxmode=666 devpts "$fresh/dev/pts"
 ln -s pts/ptmx "$fresh/dev/ptmx"
 ln -sf /proc/self/fd "$fresh/dev/fd"
 cp -L /etc/resolv.conf "$fresh/etc/" 2>/dev/null || true
+# Debian's installer writes it, debootstrap does not; chromedriver's socket to the browser goes to the name "localhost".
+printf '127.0.0.1\tlocalhost\n::1\tlocalhost ip6-localhost ip6-loopback\n' >"$fresh/etc/hosts"
 cp -r /etc/apt/sources.list.d /etc/apt/apt.conf.d "$fresh/etc/apt/" 2>/dev/null || true
 [ ! -f /etc/apt/sources.list ] || cp /etc/apt/sources.list "$fresh/etc/apt/"
 [ ! -d /etc/apt/sources.list.d ] || [ -z "$(ls /etc/apt/sources.list.d)" ] || rm -f "$fresh/etc/apt/sources.list"
+# Nothing in there has to outlive a loss of power.
+echo force-unsafe-io >"$fresh/etc/dpkg/dpkg.cfg.d/unsafe-io"
 # No daemon of a package is started in there.
 printf '#!/bin/sh\nexit 101\n' >"$fresh/usr/sbin/policy-rc.d"
 chmod +x "$fresh/usr/sbin/policy-rc.d"
