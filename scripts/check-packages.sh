@@ -114,9 +114,10 @@ if inside test -e /usr/bin/vellumline; then
 fi
 apt purge vellumline vellumline-service
 everything >"$fresh/opt/after"
-if ! diff "$fresh/opt/before" "$fresh/opt/after" | grep '^[<>]'; then
+if difference=$(diff "$fresh/opt/before" "$fresh/opt/after"); then
     echo "nothing is left behind"
 else
+    grep '^[<>]' <<<"$difference"
     echo "that was left behind or taken away"
     exit 1
 fi
