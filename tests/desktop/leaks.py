@@ -181,7 +181,8 @@ class Run:
 
     def learn_tokens(self):
         """The tokens that the keyring holds now."""
-        held = run("secret-tool", "lookup", "service", "com.kelthorne.vellumline.session", "account", "session")
+        held = wait_for("the tokens in the keyring", 10, lambda: run(
+            "secret-tool", "lookup", "service", "com.kelthorne.vellumline.session", "account", "session"), 0.1)
         session = json.loads(held)
         for name in ("accessToken", "refreshToken"):
             # The front part of an access token says only what it is for; the signature is what is secret.

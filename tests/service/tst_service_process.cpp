@@ -253,7 +253,7 @@ class ServiceProcessTest : public QObject {
         });
         const QStringList options{QStringLiteral("--engine"),
                                   QStringLiteral("languagetool:") + server.address(),
-                                  QStringLiteral("--engine-seconds"), QStringLiteral("2")};
+                                  QStringLiteral("--engine-seconds"), QStringLiteral("5")};
         start(options);
         QVERIFY(rewrite(signIn(), "i has a dog.").contains("I have a dog."));
         stop();
