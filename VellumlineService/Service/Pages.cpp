@@ -59,11 +59,25 @@ summary:focus-visible{outline:3px solid var(--accent);outline-offset:3px}
 code{font:.875em/1.4 ui-monospace,"DejaVu Sans Mono",monospace;color:var(--ink)}
 )";
 
+// The program's mark, as in its symbolic icon.
 const char* const brand =
-    R"svg(<div class="brand"><svg viewBox="0 0 28 28" aria-hidden="true"><rect width="28" height="28" rx="7"
-fill="var(--accent)"/><path d="M7 9h14M7 14h9M7 19h5" stroke="var(--accent-ink)" stroke-width="2"
-stroke-linecap="round"/><path d="m15 18.5 2.2 2.2 4.3-4.6" fill="none" stroke="var(--accent-ink)"
-stroke-width="2" stroke-linecap="round" stroke-linejoin="round"/></svg>Vellumline</div>)svg";
+    R"svg(<div class="brand"><svg viewBox="0 0 16 16" aria-hidden="true"><rect width="16" height="16" rx="4"
+fill="var(--accent)"/><path fill="var(--accent-ink)" transform="translate(2.9 3) scale(.6375)" d=")svg"
+    "M3.382 5.152L7.026 10.221C7.136 10.374 7.283 10.501 7.453 10.587"
+    "C7.622 10.675 7.81 10.72 8 10.72C8.19 10.72 8.378 10.675 8.547 10.587"
+    "C8.717 10.501 8.864 10.374 8.974 10.221L12.618 5.152C13.557 3.845 14.035 3.398 14.598 2.614"
+    "C15.027 2.019 14.891 1.19 14.294 0.762C13.699 0.333 12.87 0.469 12.442 1.066"
+    "C11.502 2.371 11.232 2.966 10.669 3.75L8.56 6.685C8.28 7.074 8.144 7.272 8 7.272"
+    "C7.856 7.272 7.72 7.074 7.44 6.685L5.331 3.75C4.392 2.445 4.122 1.85 3.558 1.066"
+    "C3.13 0.469 2.301 0.333 1.706 0.762C1.109 1.19 0.973 2.019 1.402 2.614"
+    "C2.341 3.922 2.819 4.368 3.382 5.152ZM14 13C14.552 13 15 13.448 15 14"
+    "C15 14.552 14.552 15 14 15L9.6 15C8.894 15 8.626 14.616 7.92 14.616"
+    "C7.08 14.616 6.76 15.896 5.92 15.896C5.013 15.896 4.667 14.104 3.76 14.104"
+    "C3.021 14.104 2.739 15.192 2 15.192C1.448 15.192 1 14.744 1 14.192"
+    "C1 13.64 1.448 13.192 2 13.192C2.739 13.192 3.021 12.104 3.76 12.104"
+    "C4.667 12.104 5.013 13.896 5.92 13.896C6.76 13.896 7.08 12.616 7.92 12.616"
+    "C8.626 12.616 8.894 13 9.6 13L14 13Z"
+    R"svg("/></svg>Vellumline</div>)svg";
 
 HttpAnswer servicePage(int status, const QString& title, const QString& body, const QString& headExtra = {}) {
     static const QByteArray styleHash =

@@ -11,6 +11,17 @@ class AccountSiteTest : public QObject, private Site {
     void init() { QVERIFY2(begin(), "no database to test with"); }
     void cleanup() { end(); }
 
+    void thePagesBearTheProgramsMark() {
+        QFile icon(QStringLiteral(QT_TESTCASE_SOURCEDIR
+                                  "/../../packaging/icons/com.kelthorne.Vellumline-symbolic.svg"));
+        QVERIFY(icon.open(QIODevice::ReadOnly));
+        const QByteArray svg = icon.readAll();
+        const auto path = svg.indexOf(" d=\"");
+        QVERIFY(path > 0);
+        Browser browser{*this};
+        QVERIFY(browser.get("/login/?app_challenge=" + challenge)
+                    .body.contains(svg.mid(path, svg.indexOf('"', path + 4) - path)));
+    }
     void somebodyRegistersSignsTheProgramInAndRewrites() {
         Browser browser{*this};
         const HttpAnswer registered = browser.registerWith("Ada@Example.org");
