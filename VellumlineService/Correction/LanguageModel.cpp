@@ -1,6 +1,7 @@
 #include "VellumlineService/Correction/LanguageModel.h"
 
 #include <QtEndian>
+#include <algorithm>
 #include <cstring>
 
 namespace vellumline {
@@ -108,10 +109,7 @@ int LanguageModel::find(QByteArrayView lower) const {
     int end = wordCount();
     while (begin < end) {
         const int middle = begin + (end - begin) / 2;
-        const QByteArrayView here = text(middle);
-        const int order =
-            std::memcmp(here.data(), lower.data(), static_cast<size_t>(std::min(here.size(), lower.size())));
-        if (order < 0 || (order == 0 && here.size() < lower.size())) {
+        if (text(middle).compare(lower) < 0) {
             begin = middle + 1;
         } else {
             end = middle;
