@@ -471,7 +471,9 @@ CheckedAnswer checkLine(const QString& line, const QString& answer) {
     if (line == answer) {
         return {AnswerVerdict::accepted, answer};
     }
-    if (answer.size() > line.size() * 3 / 2 + 20 || line.size() > answer.size() * 3 / 2 + 20) {
+    // Of a few letters more than three times as many is no correction either.
+    const auto longest = [](const QString& of) { return std::min(of.size() * 3 / 2 + 20, of.size() * 3); };
+    if (answer.size() > longest(line) || line.size() > longest(answer)) {
         return {AnswerVerdict::length};
     }
     const std::vector<Word> from = wordsOf(line);
