@@ -33,7 +33,7 @@ void PersonalDictionary::refresh() {
     const QFileInfo info(path_);
     const qint64 size = info.isFile() ? info.size() : -1;
     const QDateTime time = size < 0 ? QDateTime() : info.lastModified();
-    const QMutexLocker lock(&mutex_);
+    const std::lock_guard lock(mutex_);
     if (size == size_ && time == time_) {
         return;
     }
@@ -56,7 +56,7 @@ void PersonalDictionary::refresh() {
 }
 
 std::shared_ptr<const PersonalDictionary::Words> PersonalDictionary::words() const {
-    const QMutexLocker lock(&mutex_);
+    const std::lock_guard lock(mutex_);
     return words_;
 }
 

@@ -2,9 +2,9 @@
 
 #include <QDateTime>
 #include <QHash>
-#include <QMutex>
 #include <QString>
 #include <memory>
+#include <mutex>
 
 namespace vellumline {
 
@@ -28,7 +28,7 @@ class PersonalDictionary {
 
   private:
     const QString path_;
-    mutable QMutex mutex_;
+    mutable std::mutex mutex_;
     std::shared_ptr<const Words> words_;
     QDateTime time_;
     qint64 size_ = -1;

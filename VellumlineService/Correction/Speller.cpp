@@ -121,7 +121,7 @@ bool Speller::isVerb(const QString& lower) const {
 
 bool Speller::inDictionary(const QString& word) const {
     {
-        const QReadLocker lock(&memory_);
+        const std::shared_lock lock(memory_);
         const auto found = rememberedAnswers_.constFind(word);
         if (found != rememberedAnswers_.cend()) {
             return *found;
@@ -129,13 +129,13 @@ bool Speller::inDictionary(const QString& word) const {
     }
     bool answer = false;
     {
-        const QMutexLocker lock(&mutex_);
+        const std::lock_guard lock(mutex_);
         answer = std::any_of(dictionaries_.begin(), dictionaries_.end(), [&](const auto& dictionary) {
             const std::string bytes = dictionary->encoded(word);
             return !bytes.empty() && dictionary->words->spell(bytes);
         });
     }
-    const QWriteLocker lock(&memory_);
+    const std::unique_lock lock(memory_);
     if (rememberedAnswers_.size() >= rememberedLimit) {
         rememberedAnswers_.clear();
     }
@@ -243,7 +243,7 @@ std::vector<Candidate> Speller::suggestions(const QString& word) const {
         return folded.toLatin1();
     };
     std::vector<Candidate> found;
-    const QMutexLocker lock(&mutex_);
+    const std::lock_guard lock(mutex_);
     for (const auto& dictionary : dictionaries_) {
         const std::string bytes = dictionary->encoded(word);
         if (bytes.empty()) {
@@ -264,7 +264,7 @@ std::vector<Candidate> Speller::suggestions(const QString& word) const {
 
 std::shared_ptr<const std::vector<Candidate>> Speller::candidates(const QString& lower) const {
     {
-        const QReadLocker lock(&memory_);
+        const std::shared_lock lock(memory_);
         const auto found = remembered_.constFind(lower);
         if (found != remembered_.constEnd()) {
             return *found;
@@ -274,7 +274,7 @@ std::shared_ptr<const std::vector<Candidate>> Speller::candidates(const QString&
     const double limit = length <= 3 ? 1.3 : length == 4 ? 1.3 : length == 5 ? 1.8 : length <= 7 ? 2.0 : 2.4;
     const auto made = std::make_shared<const std::vector<Candidate>>(
         finder_ ? finder_->find(lower.toLatin1(), limit) : suggestions(lower));
-    const QWriteLocker lock(&memory_);
+    const std::unique_lock lock(memory_);
     if (remembered_.size() >= rememberedLimit) {
         remembered_.clear();
     }

@@ -4,10 +4,10 @@
 
 #include <QByteArray>
 #include <QHash>
-#include <QMutex>
-#include <QReadWriteLock>
 #include <QString>
 #include <memory>
+#include <mutex>
+#include <shared_mutex>
 #include <vector>
 
 namespace vellumline {
@@ -60,13 +60,14 @@ class Speller {
 
     QString problem_;
     std::unique_ptr<LanguageModel> model_;
+    // The standard library's locks, as ThreadSanitizer does not see those of a Qt that it was not built into.
     // Hunspell keeps scratch state in the object, so that one call at a time is allowed.
-    mutable QMutex mutex_;
+    mutable std::mutex mutex_;
     struct Dictionary;
     std::vector<std::unique_ptr<Dictionary>> dictionaries_;
     std::vector<Entry> entries_; ///< Sorted by word.
     std::unique_ptr<CandidateFinder> finder_;
-    mutable QReadWriteLock memory_;
+    mutable std::shared_mutex memory_;
     // What Hunspell said, so that threads rarely wait for it.
     mutable QHash<QString, bool> rememberedAnswers_;
     mutable QHash<QString, std::shared_ptr<const std::vector<Candidate>>> remembered_;
