@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Installs the Debian packages of the named groups that are missing, and nothing when none is: no network then.
 #
-#   packages.sh [--list] GROUP…        groups: build run demo test bench check train
+#   packages.sh [--list] GROUP…        groups: build run demo test bench check memory train package
 set -euo pipefail
 
 declare -A packages
@@ -29,6 +29,8 @@ packages[test]="
     kate gedit gnome-text-editor libreoffice-writer libreoffice-gtk3 firefox-esr xterm xfce4-terminal plasma-workspace"
 # What benchmarks/peers compares with; it leaves out what is not there.
 packages[bench]="xbindkeys xdotool xclip curl jq copyq"
+# What scripts/valgrind.sh needs; no test does.
+packages[memory]="valgrind"
 # What builds the language model anew; nothing else needs it.
 packages[train]="scowl xz-utils"
 # What makes and checks the Debian packages.

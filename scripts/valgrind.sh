@@ -7,7 +7,7 @@ set -euo pipefail
 root=$(cd "$(dirname "$(readlink -f "${BASH_SOURCE[0]}")")/.." && pwd)
 build=$(readlink -f "${1:-$root/build/release}")
 work=$root/build/valgrind
-command -v valgrind >/dev/null || { echo "valgrind.sh: the Debian package valgrind is not installed" >&2; exit 69; }
+command -v valgrind >/dev/null || { echo "valgrind.sh: the Debian package valgrind is missing: scripts/packages.sh memory" >&2; exit 69; }
 rm -rf "$work"
 mkdir -p "$work/Vellumline" "$work/logs"
 for entry in "$build"/*; do
