@@ -1,5 +1,6 @@
-// The service corrects the texts of its users on as many threads as there are cores, with one engine. Standard threads, none of
-// Qt's, so that ThreadSanitizer sees all that orders them; and nothing of the engine is warm before they start at once.
+// The service corrects the texts of its users on as many threads as there are cores, with one engine.
+// Standard threads, none of Qt's, so that ThreadSanitizer sees all that orders them; and nothing of the
+// engine is warm before they start at once.
 #include "VellumlineService/Correction/RulesEngine.h"
 
 #include <QFile>
@@ -36,9 +37,13 @@ class EngineThreadsTest : public QObject {
     static QString wrongText(int thread, int round) {
         switch ((thread + round) % 4) {
         case 0:
-            return QString::fromUtf8("She has went to the shop and recieved leter%1%2.").arg(thread).arg(round);
+            return QString::fromUtf8("She has went to the shop and recieved leter%1%2.")
+                .arg(thread)
+                .arg(round);
         case 1:
-            return QString::fromUtf8("Tommorow we buyed three apple, numbr%1 of zzyx%2.").arg(round).arg(thread);
+            return QString::fromUtf8("Tommorow we buyed three apple, numbr%1 of zzyx%2.")
+                .arg(round)
+                .arg(thread);
         case 2:
             return QString::fromUtf8("Ich habe gestern einen langen Spatziergang gemacht und war müde.");
         default:
