@@ -8,6 +8,7 @@
 #include <QShortcut>
 #include <QTest>
 #include <QVBoxLayout>
+#include <QtTest/qtestspontaneevent.h>
 
 using namespace vellumline;
 
@@ -36,6 +37,14 @@ class QtKeyMonitorTest : public QObject {
     void type(const QList<std::uint8_t>& keys) {
         user_->press(keys);
         user_->release(keys);
+    }
+
+    void send(QEvent::Type type, quint64 milliseconds) {
+        QKeyEvent event(type, Qt::Key_R, Qt::NoModifier, XKey::r, 'r', 0, QStringLiteral("r"));
+        event.setTimestamp(milliseconds);
+        QSpontaneKeyEvent::setSpontaneous(
+            &event); // Qt would ask about shortcuts first, without the scan code
+        qApp->notify(field_, &event);
     }
 
   private Q_SLOTS:
@@ -159,6 +168,31 @@ class QtKeyMonitorTest : public QObject {
         user_->release(XKey::r);
         type({XKey::c});
         QTRY_COMPARE(field_->text(), QStringLiteral("c"));
+    }
+    void aRepeatThatLooksLikeAReleaseAndANewPressIsSwallowedToo() {
+        const auto token = add(KeyMonitor::Handling::swallow);
+        send(QEvent::KeyPress, 1000);
+        monitor_->removeMonitor(*token);
+        send(QEvent::KeyRelease, 1100);
+        send(QEvent::KeyPress, 1100);
+        send(QEvent::KeyRelease, 1120);
+        send(QEvent::KeyPress, 1120);
+        QCOMPARE(seen_.size(), 1);
+        QCOMPARE(field_->text(), QString());
+        send(QEvent::KeyRelease, 1130);
+        send(QEvent::KeyPress, 1200);
+        QCOMPARE(field_->text(), QStringLiteral("r"));
+        send(QEvent::KeyRelease, 1210);
+        send(QEvent::KeyPress, 1210);
+        QCOMPARE(field_->text(), QStringLiteral("rr"));
+    }
+    void aRepeatThatLooksLikeANewPressIsNotReported() {
+        QVERIFY(add(KeyMonitor::Handling::passOn));
+        send(QEvent::KeyPress, 1000);
+        send(QEvent::KeyRelease, 1100);
+        send(QEvent::KeyPress, 1100);
+        QCOMPARE(seen_.size(), 1);
+        QCOMPARE(field_->text(), QStringLiteral("rr"));
     }
     void charactersAreThoseOfTheLayoutAndTheKeyThatOfThePlace() {
         QVERIFY(add(KeyMonitor::Handling::swallow));

@@ -80,7 +80,7 @@ void QtKeyMonitor::removeMonitor(Token token) {
 
 void QtKeyMonitor::watch() {
     // A key that was swallowed may still be down and repeat after its monitor has gone.
-    const bool isNeeded = !monitors_.isEmpty() || !swallowedAndDown_.isEmpty();
+    const bool isNeeded = !monitors_.isEmpty() || !swallowedAndDown_.isEmpty() || releaseWasSwallowed_;
     auto* application = QCoreApplication::instance();
     if (isNeeded == isInstalled_ || application == nullptr)
         return;
@@ -103,15 +103,31 @@ KeyPress QtKeyMonitor::keyPress(const QKeyEvent& event) const {
     return result;
 }
 
+QtKeyMonitor::Press QtKeyMonitor::pressOf(const QKeyEvent& event) {
+    return {event.timestamp(), event.nativeScanCode(), event.key()};
+}
+
 bool QtKeyMonitor::swallows(const QKeyEvent& event) {
     if (event.isAutoRepeat())
         return swallowedAndDown_.contains(event.nativeScanCode());
+    const Press press = pressOf(event);
+    if (released_ && released_->scanCode != press.scanCode) {
+        released_.reset();
+        releaseWasSwallowed_ = false;
+    }
     if (isModifierOrLock(event.key()))
         return false;
-    const Press press{event.timestamp(), event.nativeScanCode(), event.key()};
     if (decided_ == press)
         return decidedToSwallow_;
     decided_ = press;
+    if (released_ == press) {
+        decidedToSwallow_ = releaseWasSwallowed_;
+        if (releaseWasSwallowed_)
+            swallowedAndDown_.insert(event.nativeScanCode());
+        return decidedToSwallow_;
+    }
+    released_.reset();
+    releaseWasSwallowed_ = false;
     swallowedAndDown_.remove(event.nativeScanCode()); // its release may have gone to another program
     decidedToSwallow_ = false;
     const KeyPress key = keyPress(event);
@@ -141,9 +157,11 @@ bool QtKeyMonitor::eventFilter(QObject* receiver, QEvent* event) {
         return swallows(*static_cast<QKeyEvent*>(event));
     case QEvent::KeyRelease: {
         const auto& key = *static_cast<QKeyEvent*>(event);
-        if (!key.isAutoRepeat()) {
+        const Press release = pressOf(key);
+        if (!key.isAutoRepeat() && released_ != release) {
             decided_.reset();
-            swallowedAndDown_.remove(key.nativeScanCode());
+            released_ = release;
+            releaseWasSwallowed_ = swallowedAndDown_.remove(key.nativeScanCode());
             watch();
         }
         return false;

@@ -49,9 +49,15 @@ class QtKeyMonitor final : public QObject, public KeyMonitor {
         int key = 0;
         bool operator==(const Press&) const = default;
     };
+    static Press pressOf(const QKeyEvent& event);
     std::optional<Press> decided_;
     bool decidedToSwallow_ = false;
     QSet<std::uint32_t> swallowedAndDown_; ///< scan codes
+
+    /// The last release. Qt takes a repeat for a release and a new press when the X server's two events reach
+    /// it apart; the press of a repeat then bears the time of the release before it, to the millisecond.
+    std::optional<Press> released_;
+    bool releaseWasSwallowed_ = false;
 };
 
 } // namespace vellumline
