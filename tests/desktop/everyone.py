@@ -24,12 +24,13 @@ def prepare(session):
 
 
 def application(session):
+    """The program's root; nothing before it has reached the accessibility bus."""
     desktop = Atspi.get_desktop(0)
     for index in range(desktop.get_child_count()):
         each = desktop.get_child_at_index(index)
         if each is not None and each.get_process_id() == session.pid:
             return each
-    raise Failure("the program is not in the accessibility tree")
+    return None
 
 
 def shown_nodes(session):
