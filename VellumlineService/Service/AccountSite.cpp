@@ -528,24 +528,14 @@ HttpAnswer AccountSite::planPage(const HttpRequest& request) {
                        local());
 }
 
-HttpAnswer AccountSite::reopen(const HttpRequest& request) {
+HttpAnswer AccountSite::setClosed(const HttpRequest& request, bool closed) {
     const Browser browser = browserOf(request);
     HttpAnswer refusal;
     if (!formOf(request, browser, "account", refusal)) {
         return refusal;
     }
     const auto account = ownerOf(browser);
-    return account && storage_.setClosed(account->id, false) ? goTo("/account/") : unwritable();
-}
-
-HttpAnswer AccountSite::close(const HttpRequest& request) {
-    const Browser browser = browserOf(request);
-    HttpAnswer refusal;
-    if (!formOf(request, browser, "account", refusal)) {
-        return refusal;
-    }
-    const auto account = ownerOf(browser);
-    return account && storage_.setClosed(account->id, true) ? goTo("/account/") : unwritable();
+    return account && storage_.setClosed(account->id, closed) ? goTo("/account/") : unwritable();
 }
 
 HttpAnswer AccountSite::endSession(const HttpRequest& request) {

@@ -25,8 +25,8 @@ class AccountSite {
     HttpAnswer reset(const HttpRequest& request);
     HttpAnswer accountPage(const HttpRequest& request);
     HttpAnswer planPage(const HttpRequest& request);
-    HttpAnswer reopen(const HttpRequest& request);
-    HttpAnswer close(const HttpRequest& request);
+    HttpAnswer reopen(const HttpRequest& request) { return setClosed(request, false); }
+    HttpAnswer close(const HttpRequest& request) { return setClosed(request, true); }
     HttpAnswer endSession(const HttpRequest& request);
     HttpAnswer changePassword(const HttpRequest& request);
 
@@ -66,6 +66,7 @@ class AccountSite {
 
     /// Nothing, or for how many more minutes nobody may try; the failure of the database is the longest.
     std::optional<HttpAnswer> tooManyAttempts(const QByteArray& client, const QString& email);
+    HttpAnswer setClosed(const HttpRequest& request, bool closed);
     HttpAnswer handOver(const Account& account, const QString& challenge);
     HttpAnswer signInBrowser(HttpAnswer answer, qint64 accountId);
     HttpAnswer loginForm(const HttpRequest& request, Browser browser, const QString& challenge, int status,
