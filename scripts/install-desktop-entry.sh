@@ -12,8 +12,8 @@ config=${XDG_CONFIG_HOME:-$HOME/.config}
 identifier=com.kelthorne.Vellumline
 mkdir -p "$data/applications" "$data/dbus-1/services" "$config"
 
-# A quoted Exec line is right by the specification, but xdg-open outside of the large desktops splits it at spaces and
-# keeps the quotes. The data folder rarely needs any.
+# The Desktop Entry Specification asks for a quoted Exec line, but xdg-open outside of the large desktops splits it at
+# spaces and keeps the quotes. The data folder rarely needs any.
 needs_quotes() { [[ $1 = *[!A-Za-z0-9_./+:@,=-]* ]]; }
 if needs_quotes "$program" && ! needs_quotes "$data"; then
     mkdir -p "$data/$identifier"
