@@ -385,38 +385,26 @@ bool hasLongGap(const Alignment& alignment) {
         lost = added = 0;
         return found;
     };
-    const auto linesLength = static_cast<qsizetype>(alignment.kept.size());
+    const auto tooLongBefore = [&](qsizetype end) {
+        for (; line < end; ++line) {
+            if (!alignment.kept[static_cast<size_t>(line)]) {
+                ++lost;
+            } else if (tooLong()) {
+                return true;
+            }
+        }
+        return false;
+    };
     for (const qsizetype source : alignment.source) {
         if (source < 0) {
             ++added;
-            continue;
-        }
-        while (line < source) {
-            if (alignment.kept[static_cast<size_t>(line)]) {
-                if (tooLong()) {
-                    return true;
-                }
-            } else {
-                ++lost;
-            }
-            ++line;
-        }
-        if (tooLong()) {
+        } else if (tooLongBefore(source) || tooLong()) {
             return true;
-        }
-        line = std::max(line, source + 1);
-    }
-    while (line < linesLength) {
-        if (alignment.kept[static_cast<size_t>(line)]) {
-            if (tooLong()) {
-                return true;
-            }
         } else {
-            ++lost;
+            line = std::max(line, source + 1);
         }
-        ++line;
     }
-    return tooLong();
+    return tooLongBefore(static_cast<qsizetype>(alignment.kept.size())) || tooLong();
 }
 
 /// "Sure: …", "… (no changes)": new words at an end that punctuation divides from the text.
