@@ -336,6 +336,33 @@ class HttpServerTest : public QObject {
         gate.release();
         QTRY_COMPARE(committed.load(), 0);
     }
+    void whatComesInTheMomentOfStoppingIsAnswered() {
+        HttpServer server(
+            {}, [](const HttpRequest&) { return HttpAnswer(); }, never());
+        QVERIFY(server.listen(QHostAddress::LocalHost));
+        const QByteArray request = "GET / HTTP/1.1\r\nHost: a\r\n\r\n";
+        QTcpSocket kept;
+        kept.connectToHost(QHostAddress::LocalHost, server.serverPort());
+        kept.write(request);
+        QTRY_VERIFY(kept.bytesAvailable() > 0);
+        QVERIFY(kept.readAll().contains("Connection: keep-alive"));
+        QTcpSocket idle;
+        idle.connectToHost(QHostAddress::LocalHost, server.serverPort());
+        QTRY_COMPARE(server.openConnections(), 2);
+        // The kernel has let it in, and the server has not seen it yet.
+        QTcpSocket late;
+        late.connectToHost(QHostAddress::LocalHost, server.serverPort());
+        QVERIFY(late.waitForConnected());
+        QSignalSpy drained(&server, &HttpServer::drained);
+        server.stop();
+        kept.write(request);
+        late.write(request);
+        QTRY_VERIFY(kept.bytesAvailable() > 0 && late.bytesAvailable() > 0);
+        QVERIFY(kept.readAll().contains("Connection: close"));
+        QVERIFY(late.readAll().contains("Connection: close"));
+        QTRY_COMPARE(idle.state(), QAbstractSocket::UnconnectedState);
+        QTRY_COMPARE(drained.count(), 1);
+    }
     void stoppingAnswersWhatWasBegunAndClosesWhatIsIdle() {
         QSemaphore begun;
         QSemaphore gate;
