@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Installs the Debian packages of the named groups that are missing, and nothing when none is: no network then.
 #
-#   packages.sh [--list] GROUP…        groups: build run demo test bench check memory train package
+#   packages.sh [--list] GROUP…        groups: build run demo test proxy bench check memory train package
 set -euo pipefail
 
 declare -A packages
@@ -27,6 +27,8 @@ packages[test]="
     libqt6sql6-psql postgresql sqlite3 wrk xinput x11-apps xfwm4 openssl tint2 trayer xfce4-panel lxqt-panel python3-pil python3-xdg faketime xbindkeys
     appstream man-db systemd
     kate gedit gnome-text-editor libreoffice-writer libreoffice-gtk3 firefox-esr xterm xfce4-terminal plasma-workspace"
+# What the test behind_nginx runs. Its package starts a web server on port 80, which nobody asked ./test for; CI installs it.
+packages[proxy]="nginx openssl iproute2"
 # What benchmarks/peers compares with; it leaves out what is not there.
 packages[bench]="xbindkeys xdotool xclip curl jq copyq"
 # What scripts/valgrind.sh needs; no test does.
