@@ -3,7 +3,6 @@
 import argparse
 import base64
 import ctypes
-import http.server
 import json
 import os
 import statistics
@@ -15,6 +14,7 @@ import time
 ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 sys.path.insert(0, os.path.join(ROOT, "demo"))
 
+import stand_in  # noqa: E402
 from desktop import (Failure, Programs, activate, clipboard, close_window_of, editable_text_of,  # noqa: E402
                      press, run, same_contents, say, selected_text_of, service_port, text_of, wait_for, window_of)
 from gi.repository import Atspi  # noqa: E402
@@ -25,41 +25,25 @@ RIGHT = "I went to the shop yesterday and bought three apples."
 DESCRIBED_WAIT_MS = 40.0
 
 
-class StandIn(http.server.ThreadingHTTPServer):
+class StandIn(stand_in.StandIn):
     """Signs everybody in, corrects everything to RIGHT at once, and notes when a rewrite was asked and answered."""
 
-    daemon_threads = True
     asked = answered = None
 
-    class Handler(http.server.BaseHTTPRequestHandler):
-        protocol_version = "HTTP/1.1"
-        disable_nagle_algorithm = True
-
-        def reply(self, body):
-            data = json.dumps(body).encode()
-            self.wfile.write(b"HTTP/1.1 200 OK\r\nContent-Type: application/json\r\nContent-Length: %d\r\n\r\n%s" %
-                             (len(data), data))
-            self.wfile.flush()
-
-        def do_GET(self):
-            self.reply({"plan": "paid", "rewritesUsed": 0, "freeRewrites": 30, "renewalCanceled": False,
-                        "pastDue": False, "closed": False})
-
+    class Request(stand_in.Request):
         def do_POST(self):
-            arrived = time.monotonic()
-            self.rfile.read(int(self.headers.get("Content-Length") or 0))
-            if self.path == "/v1/rewrite":
-                self.server.asked = arrived
-                self.reply({"text": RIGHT})
-                self.server.answered = time.monotonic()
-            else:
-                part = base64.urlsafe_b64encode(json.dumps({"exp": int(time.time()) + 86400, "sub": "1"}).encode())
-                token = "e30." + part.decode().rstrip("=") + ".c2lnbmF0dXJl"
-                self.reply({"access_token": token, "refresh_token": "refresh", "user_id": "1",
-                            "email": "bench@example.com"})
+            self.arrived = time.monotonic()
+            super().do_POST()
 
-        def log_message(self, *_):
-            pass
+        def rewrite(self, text):
+            self.server.asked = self.arrived
+            self.reply({"text": RIGHT})
+            self.server.answered = time.monotonic()
+
+        def renew(self, body):
+            part = base64.urlsafe_b64encode(json.dumps({"exp": int(time.time()) + 86400, "sub": "1"}).encode())
+            token = "e30." + part.decode().rstrip("=") + ".c2lnbmF0dXJl"
+            self.reply({"access_token": token, "refresh_token": "refresh", "user_id": "1", "email": "bench@example.com"})
 
 
 class Keyboard:
@@ -201,8 +185,7 @@ def main():
 
     with tempfile.TemporaryDirectory(dir=os.environ["XDG_RUNTIME_DIR"]) as logs:
         programs = Programs(logs)
-        service = StandIn(("127.0.0.1", service_port()), StandIn.Handler)
-        threading.Thread(target=service.serve_forever, daemon=True).start()
+        service = StandIn(StandIn.Request, service_port())
         keyboard = Keyboard()
         try:
             starts = []

@@ -8,7 +8,6 @@ import shutil
 import statistics
 import sys
 import tempfile
-import threading
 import time
 
 from bench_correction import RIGHT, WRONG, Keyboard, StandIn, sign_in
@@ -226,8 +225,7 @@ def main():
     with tempfile.TemporaryDirectory(dir=os.environ["XDG_RUNTIME_DIR"]) as logs:
         programs = Programs(logs)
         port = service_port()
-        service = StandIn(("127.0.0.1", port), StandIn.Handler)
-        threading.Thread(target=service.serve_forever, daemon=True).start()
+        service = StandIn(StandIn.Request, port)
         keyboard = Keyboard()
         peers = []
         for peer in (Vellumline(os.path.abspath(options.build), logs), Script(), CopyQ()):

@@ -1,6 +1,7 @@
 """What the demonstration and the benchmark do to a desktop from outside: windows, keys, texts, the clipboard."""
 
 import hashlib
+import json
 import os
 import shlex
 import signal
@@ -26,6 +27,9 @@ MARKER_TARGETS = {
 
 # Under Valgrind a program takes that many times as long.
 PATIENCE = float(os.environ.get("VELLUMLINE_PATIENCE", "1"))
+
+
+KEYRING_SERVICE = "com.kelthorne.vellumline.session"
 
 
 class Failure(Exception):
@@ -62,6 +66,22 @@ def service_answers(port):
             return True
     except OSError:
         return False
+
+
+def welcomed(**settings):
+    """The program's settings: the welcome window was seen before, and what else is given."""
+    folder = os.path.join(os.environ["XDG_CONFIG_HOME"], "vellumline")
+    os.makedirs(folder, exist_ok=True)
+    with open(os.path.join(folder, "vellumline.conf"), "w", encoding="utf-8") as file:
+        file.write("[General]\nvellumline.onboardingDone=true\n" +
+                   "".join(f"vellumline.{name}={value}\n" for name, value in settings.items()))
+
+
+def keep_session(**environment):
+    """Somebody is signed in at the program's next start."""
+    session = {"accessToken": "a", "refreshToken": "b", "userId": 1, "email": "ada@example.org"}
+    subprocess.run(["secret-tool", "store", "--label=session", "service", KEYRING_SERVICE, "account", "session"], check=True,
+                   timeout=20, env={**os.environ, **environment}, input=json.dumps(session).encode())
 
 
 def set_default_browser(*words):

@@ -7,8 +7,8 @@ import sys
 import tempfile
 import time
 
-from session import (EMAIL, SIGNED_IN, Failure, activate, clipboard, editable_text_of, link_behind, main, press, run, same_contents,
-                     selected_text_of, text_of, wait_for, window_of)
+from session import (EMAIL, SIGNED_IN, Failure, activate, clipboard, editable_text_of, link_behind, main, press, run,
+                     same_contents, selected_text_of, text_of, wait_for, welcomed, window_of)
 
 SENTENCE = "i has went to the shop yesterday and buyed three apple."
 EXPECTED = "I went to the shop yesterday and bought three apples."
@@ -16,7 +16,7 @@ DONE, USAGE, NOT_RUNNING = 0, 64, 69
 
 
 def prepare(session):
-    session.welcomed()
+    welcomed()
     session.record_browser()
     session.forget_session()
     if session.service is None:

@@ -6,7 +6,7 @@ import subprocess
 import sys
 import tempfile
 
-from session import (Failure, activate, clipboard, editable_text_of, main, press, run, same_contents, wait_for,
+from session import (Failure, activate, clipboard, editable_text_of, main, press, run, same_contents, wait_for, welcomed,
                      window_of)
 
 EXPECTED = "I went to the shop yesterday and bought three apples."
@@ -15,7 +15,7 @@ CHECKS = ["display", "program", "shortcut", "accessibility", "focus", "clipboard
 
 
 def prepare(session):
-    session.welcomed()
+    welcomed()
     session.record_browser()
     session.forget_session()
     if session.service is None:

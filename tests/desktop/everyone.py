@@ -4,7 +4,7 @@ import os
 import shutil
 import sys
 
-from session import Atspi, Failure, GLib, activate, main, press, run, wait_for
+from session import Atspi, Failure, GLib, activate, main, press, run, wait_for, welcomed
 
 CONTROLS = {Atspi.Role.PUSH_BUTTON: "button", Atspi.Role.CHECK_BOX: "switch", Atspi.Role.LINK: "link",
             Atspi.Role.TEXT: "text", Atspi.Role.PROGRESS_BAR: "bar"}
@@ -12,7 +12,7 @@ AUTOSTART = os.path.join(os.environ["XDG_CONFIG_HOME"], "autostart", "com.keltho
 
 
 def prepare(session):
-    session.welcomed()
+    welcomed()
     session.record_browser()
     session.forget_session()
     if session.service is None:

@@ -2,7 +2,6 @@
 keyring, the editor, the owner of the clipboard, the X server, the bus. After each the text is the old one or the corrected
 one, the clipboard is the user's, no key is down, and the next correction works. docs/faults.md is the table of it."""
 
-import http.server
 import json
 import os
 import signal
@@ -14,11 +13,12 @@ import tempfile
 import threading
 import time
 
-from session import (KEYRING_SERVICE, Failure, activate, bus, clipboard, link_behind, main, press, run, same_contents, say,
-                     selected_text_of, text_of, wait_for, window_of)
+from session import (KEYRING_SERVICE, Failure, activate, bus, clipboard, keep_session, link_behind, main, press, run,
+                     same_contents, say, selected_text_of, text_of, wait_for, welcomed, window_of)
 from killed import is_running, keys_down
 from prompts import SENTENCE, SHORTCUT, Editor
 from soak import Owner
+import stand_in
 
 CORRECTED = "I went to the shop yesterday and bought three apples."
 REWROTE = "Rewrote the selection."
@@ -51,75 +51,36 @@ def gone(request):
     request.close_connection = True
 
 
-class StandIn(http.server.ThreadingHTTPServer):
+def grant(request):
+    request.reply(stand_in.RENEWED)
+
+
+class StandIn(stand_in.StandIn):
     """Answers each request to rewrite as the case wants it."""
 
-    daemon_threads = True
-    allow_reuse_address = True
-
-    class Request(http.server.BaseHTTPRequestHandler):
-        protocol_version = "HTTP/1.1"
-
-        def log_message(self, *_):
-            pass
-
-        def reply(self, body, status=200, length=None):
-            data = body if isinstance(body, bytes) else json.dumps(body).encode()
-            self.wfile.write(b"HTTP/1.1 %d Status\r\nContent-Type: application/json\r\nContent-Length: %d\r\n\r\n%s" %
-                             (status, len(data) if length is None else length, data))
-            if length is not None and length != len(data):
-                self.close_connection = True
-
-        def do_GET(self):
+    class Request(stand_in.Request):
+        def account(self):
             if self.headers.get("Authorization", "").endswith(" " + self.server.refused_token):
                 self.reply({"error": "unauthorized"}, 401)
-                return
-            self.reply({"plan": "paid", "rewritesUsed": 3, "freeRewrites": 30})
+            else:
+                super().account()
 
-        def do_POST(self):
-            self.body = body = self.rfile.read(int(self.headers.get("Content-Length", "0")))
-            try:
-                if self.path == "/v1/rewrite":
-                    self.server.requests.append(json.loads(body)["text"])
-                    self.server.answer(self)
-                else:
-                    self.server.renew(self)
-            except OSError:  # who asked is gone, or was sent away
-                self.close_connection = True
+        def rewrite(self, text):
+            self.server.requests.append(text)
+            self.server.answer(self)
+
+        def renew(self, body):
+            self.body = body
+            self.server.renew(self)
 
     def __init__(self, port):
-        super().__init__(("127.0.0.1", port), StandIn.Request)
         self.requests = []
         self.refused_token = "none"
-        self.answer = correct
-        self.renew = lambda request: request.reply({"access_token": "new", "refresh_token": "newer", "user_id": "1"})
-        self.connections = []
-        threading.Thread(target=self.serve_forever, args=(0.02,), daemon=True).start()
-
-    def get_request(self):
-        connection, address = super().get_request()
-        self.connections.append(connection)
-        return connection, address
-
-    def handle_error(self, request, client_address):
-        pass
-
-    def stop(self):
-        self.shutdown()
-        self.server_close()
-        for connection in self.connections:
-            try:
-                connection.shutdown(socket.SHUT_RDWR)
-            except OSError:
-                pass
+        self.answer, self.renew = correct, grant
+        super().__init__(StandIn.Request, port)
 
 
 # The program and the editor
-
-def keep_session(**environment):
-    subprocess.run(["secret-tool", "store", "--label=session", *STORED], check=True, timeout=20, env={**os.environ, **environment},
-                   input=json.dumps({"accessToken": "a", "refreshToken": "b", "userId": 1, "email": "ada@example.org"}).encode())
-
 
 def unlock_keyring(environment):
     subprocess.run(["gnome-keyring-daemon", "--unlock", "--components=secrets"], input=b"test", stdout=subprocess.DEVNULL,
@@ -127,7 +88,7 @@ def unlock_keyring(environment):
 
 
 def prepare(session):
-    session.welcomed()
+    welcomed()
     session.record_browser()
     keep_session()
     if getattr(session, "stand_in", None):
@@ -354,7 +315,7 @@ def a_renewal_that_cannot_be_made_keeps_the_session(session, editor):
     editor.press_shortcut()
     expect_says(session, OFFLINE)
     expect_untouched(session, editor)
-    session.stand_in.renew = lambda request: request.reply({"access_token": "new", "refresh_token": "newer", "user_id": "1"})
+    session.stand_in.renew = grant
     expect_works(session, editor)
 
 
@@ -745,8 +706,7 @@ def two_processes_renew_the_same_session_at_once(session):
         with lock:
             granted.append(not granted)
             won = granted[-1]
-        request.reply({"access_token": "new", "refresh_token": "newer", "user_id": "1"} if won else {"error": "invalid_grant"},
-                      200 if won else 400)
+        request.reply(stand_in.RENEWED if won else {"error": "invalid_grant"}, 200 if won else 400)
 
     lock = threading.Lock()
     session.stand_in.refused_token = "a"

@@ -2,23 +2,20 @@
 new one, no key stays down, and the next start works."""
 
 import argparse
-import http.server
-import json
 import os
 import signal
 import subprocess
 import sys
-import threading
 import time
 
 ROOT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
 sys.path.insert(0, os.path.join(ROOT, "demo"))
 
-from desktop import (Failure, Programs, activate, clipboard, editable_text_of, press, run, same_contents,  # noqa: E402
-                     say, screenshot, selected_text_of, text_of, wait_for, window_of)
+import stand_in  # noqa: E402
+from desktop import (Failure, Programs, activate, clipboard, editable_text_of, keep_session, press, run,  # noqa: E402
+                     same_contents, say, screenshot, selected_text_of, text_of, wait_for, welcomed, window_of)
 
 NAME = "com.kelthorne.Vellumline"
-KEYRING_SERVICE = "com.kelthorne.vellumline.session"
 SENTENCE = "i has went to the shop yesterday and buyed three apple."
 CORRECTED = "I went to the shop yesterday and bought three apples."
 # Milliseconds after the key press. The copy takes the first 60 or so, the answer 150, the paste 600.
@@ -27,30 +24,12 @@ MOMENTS = [0, 2, 4, 6, 8, 10, 15, 20, 30, 40, 50, 60, 70, 80, 100, 130, 160, 200
 ANSWER_SECONDS = 0.15
 
 
-class Service(http.server.BaseHTTPRequestHandler):
-    """Answers as the correction service does, a moment later, so that every step can be hit."""
+class Request(stand_in.Request):
+    """Corrects a moment later, so that every step can be hit."""
 
-    def log_message(self, *arguments):
-        pass
-
-    def reply(self, body):
-        data = json.dumps(body).encode()
-        self.send_response(200)
-        self.send_header("Content-Type", "application/json")
-        self.send_header("Content-Length", str(len(data)))
-        self.end_headers()
-        self.wfile.write(data)
-
-    def do_GET(self):
-        self.reply({"plan": "paid", "rewritesUsed": 3, "freeRewrites": 30})
-
-    def do_POST(self):
-        self.rfile.read(int(self.headers.get("Content-Length", "0")))
+    def rewrite(self, text):
         time.sleep(ANSWER_SECONDS)
-        try:
-            self.reply({"text": CORRECTED})
-        except OSError:  # who asked is dead
-            pass
+        self.reply({"text": CORRECTED})
 
 
 def is_on_bus():
@@ -138,16 +117,10 @@ def main():
     arguments.add_argument("moments", nargs="*", type=int)
     options = arguments.parse_args()
     os.makedirs(options.output, exist_ok=True)
-    service = http.server.ThreadingHTTPServer(("127.0.0.1", 0), Service)
-    threading.Thread(target=service.serve_forever, daemon=True).start()
-    os.environ["VELLUMLINE_ORIGIN"] = f"http://127.0.0.1:{service.server_address[1]}"
-    config = os.path.join(os.environ["XDG_CONFIG_HOME"], "vellumline")
-    os.makedirs(config)
-    with open(os.path.join(config, "vellumline.conf"), "w", encoding="utf-8") as file:
-        file.write("[General]\nvellumline.onboardingDone=true\n")
-    session = {"accessToken": "a", "refreshToken": "b", "userId": 1, "email": "ada@example.org"}
-    subprocess.run(["secret-tool", "store", "--label=session", "service", KEYRING_SERVICE, "account", "session"],
-                   input=json.dumps(session).encode(), check=True, timeout=20)
+    service = stand_in.StandIn(Request)
+    os.environ["VELLUMLINE_ORIGIN"] = service.origin
+    welcomed()
+    keep_session()
     programs = Programs(options.output)
     corrected = []
     try:
@@ -171,7 +144,7 @@ def main():
         return 1
     finally:
         programs.end_all()
-        service.shutdown()
+        service.stop()
     return 0
 
 

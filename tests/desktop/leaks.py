@@ -3,7 +3,6 @@ any file but the ones that are meant for it, nor in a log, an environment, a com
 
 import argparse
 import glob
-import http.server
 import json
 import os
 import signal
@@ -14,7 +13,8 @@ import threading
 import time
 
 from session import (Failure, Session, activate, editable_text_of, press, run, say, selected_text_of, text_of, wait_for,
-                     window_of)
+                     welcomed, window_of)
+import stand_in
 
 SHORTCUT = "ctrl+alt+r"
 GARBAGE = b"\x1f\x8b{\"text\":[\xff" + b"A" * 2000
@@ -33,32 +33,23 @@ def right(mark):
     return f"I went to the shop {mark} yesterday and bought three apples."
 
 
-class StandIn(http.server.BaseHTTPRequestHandler):
+class Request(stand_in.Request):
     """What answers in the service's place when it has to fail."""
 
-    protocol_version = "HTTP/1.1"
     manner = None
     asked = threading.Event()
 
-    def log_message(self, *arguments):
-        pass
-
     def answer(self):
         self.rfile.read(int(self.headers.get("Content-Length", "0")))
-        StandIn.asked.set()
+        Request.asked.set()
         status, body = {"refuse": (401, b'{"error":"unauthorized"}'), "break": (500, b"<html>oops"),
-                        "garbage": (200, GARBAGE)}.get(StandIn.manner, (None, b""))
+                        "garbage": (200, GARBAGE)}.get(Request.manner, (None, b""))
         if status is None:
-            if StandIn.manner == "silence":
+            if Request.manner == "silence":
                 time.sleep(20)
             self.close_connection = True
             return
-        self.send_response(status)
-        self.send_header("Connection", "close")  # a kept one would outlive the stand-in
-        self.send_header("Content-Type", "application/json")
-        self.send_header("Content-Length", str(len(body)))
-        self.end_headers()
-        self.wfile.write(body)
+        self.reply(body, status)
 
     do_GET = do_POST = answer
 
@@ -196,15 +187,11 @@ class Run:
         """Puts the stand-in into the service's place."""
         if self.session.service is not None:
             self.session.stop_service()
-        StandIn.manner = manner
+        Request.manner = manner
         if manner is not None and self.stand_in is None:
-            http.server.ThreadingHTTPServer.allow_reuse_address = True
-            self.stand_in = http.server.ThreadingHTTPServer(("127.0.0.1", self.session.port), StandIn)
-            self.stand_in.daemon_threads = True
-            threading.Thread(target=self.stand_in.serve_forever, daemon=True).start()
+            self.stand_in = stand_in.StandIn(Request, self.session.port)
         if manner is None and self.stand_in is not None:
-            self.stand_in.shutdown()
-            self.stand_in.server_close()
+            self.stand_in.stop()
             self.stand_in = None
 
     def correct(self, after):
@@ -224,7 +211,7 @@ class Run:
         node = wait_for("the text in the accessibility tree", 15, lambda: editable_text_of(editor.pid), 0.1)
         press("ctrl+a")
         wait_for("the sentence to be selected", 5, lambda: selected_text_of(node).strip() == wrong(mark))
-        StandIn.asked.clear()
+        Request.asked.clear()
         press(SHORTCUT)
         try:
             after(node, mark)
@@ -248,7 +235,7 @@ class Run:
             raise Failure("the text is " + text_of(node))
 
     def killed_while_asking(self, node, mark):
-        if not StandIn.asked.wait(10):
+        if not Request.asked.wait(10):
             raise Failure("nobody was asked")
         os.kill(self.session.pid, signal.SIGKILL)
         wait_for("the program to be gone", 5, lambda: self.session.owner() is None)
@@ -263,7 +250,7 @@ class Run:
 
     def through_everything(self):
         session = self.session
-        session.welcomed()
+        welcomed()
         session.record_browser()
         session.forget_session()
         self.watch.start()

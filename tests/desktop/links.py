@@ -4,8 +4,8 @@ import os
 import shutil
 import sys
 
-from session import (EMAIL, KEYRING_SERVICE, NAME, NOT_STARTED_HERE, SIGN_IN_LINK, SIGNED_IN, Failure, link_behind, main, run,
-                     wait_for)
+from session import (EMAIL, KEYRING_SERVICE, NAME, NOT_STARTED_HERE, SIGN_IN_LINK, SIGNED_IN, Failure, link_behind, main,
+                     run, wait_for, welcomed)
 
 FOREIGN_CODE = "0123456789abcdefghijkl"
 FOREIGN_LINK = "vellumline://auth?handoff=" + FOREIGN_CODE
@@ -15,7 +15,7 @@ WAITING = "Finish signing in in your browser."
 
 
 def prepare(session):
-    session.welcomed()
+    welcomed()
     session.record_browser()
     session.forget_session()
     if session.service is None:

@@ -7,8 +7,8 @@ import tempfile
 import urllib.error
 import urllib.request
 
-from session import (SIGNED_IN, Failure, activate, active_window, clipboard, editable_text_of, link_behind, main, press,
-                     run, same_contents, selected_text_of, text_of, wait_for, window_of)
+from session import (SIGNED_IN, Failure, activate, active_window, clipboard, editable_text_of, link_behind, main, press, run,
+                     same_contents, selected_text_of, text_of, wait_for, welcomed, window_of)
 
 SENTENCE = "i has went to the shop yesterday and buyed three apple."
 SHORTCUT = "ctrl+alt+r"
@@ -67,7 +67,7 @@ class Editor:
 
 
 def prepare(session):
-    session.welcomed()
+    welcomed()
     session.record_browser()
     session.forget_session()
     if session.service is None:

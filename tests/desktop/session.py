@@ -11,14 +11,13 @@ import traceback
 ROOT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
 sys.path.insert(0, os.path.join(ROOT, "demo"))
 
-from desktop import (Failure, Programs, activate, active_window, click, clipboard, editable_text_of,  # noqa: E402
-                     node_of, press, run, same_contents, say, screenshot, selected_text_of, service_answers,
-                     service_port, set_default_browser, text_of, wait_for, window_of)
+from desktop import (KEYRING_SERVICE, Failure, Programs, activate, active_window, click, clipboard,  # noqa: E402
+                     editable_text_of, keep_session, node_of, press, run, same_contents, say, screenshot, selected_text_of,
+                     service_answers, service_port, set_default_browser, text_of, wait_for, welcomed, window_of)
 from gi.repository import Atspi, GLib  # noqa: E402
 from scripted_browser import link_behind  # noqa: E402
 
 NAME = "com.kelthorne.Vellumline"
-KEYRING_SERVICE = "com.kelthorne.vellumline.session"
 SIGN_IN_LINK = "vellumline://sign-in"
 EMAIL = "ada@example.com"
 SIGNED_IN = f"Signed in as {EMAIL}."
@@ -113,13 +112,6 @@ class Session:
             raise Failure("the account could not be set: " + " ".join(options))
 
     # The program
-
-    def welcomed(self):
-        """The welcome window was seen before."""
-        folder = os.path.join(os.environ["XDG_CONFIG_HOME"], "vellumline")
-        os.makedirs(folder, exist_ok=True)
-        with open(os.path.join(folder, "vellumline.conf"), "w", encoding="utf-8") as settings:
-            settings.write("[General]\nvellumline.onboardingDone=true\n")
 
     def start(self, *arguments, **environment):
         process = self.programs.start("vellumline", self.program, *arguments, env={**os.environ, **environment})

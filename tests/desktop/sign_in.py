@@ -4,7 +4,7 @@ import os
 import signal
 import sys
 
-from session import SIGNED_IN, Atspi, click, main, node_of, set_default_browser, settled, wait_for
+from session import SIGNED_IN, Atspi, click, main, node_of, set_default_browser, settled, wait_for, welcomed
 
 ALLOW = "Open xdg-open"  # the button of Chromium's own question
 
@@ -124,7 +124,7 @@ def the_browser_signs_the_program_in(session, browser):
 
 @with_browser
 def the_page_has_a_button_for_a_browser_that_did_not_open_the_link(session, browser):
-    session.welcomed()
+    welcomed()
     session.start()
     session.open_panel()
     session.press_button(session.panel, "Sign in")

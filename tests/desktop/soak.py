@@ -10,7 +10,6 @@ with both, and the next one begins."""
 import argparse
 import ctypes
 import hashlib
-import http.server
 import json
 import os
 import random
@@ -18,16 +17,17 @@ import shutil
 import statistics
 import subprocess
 import sys
-import threading
 import time
 
 ROOT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
 sys.path.insert(0, os.path.join(ROOT, "demo"))
 sys.path.insert(0, os.path.join(ROOT, "benchmarks"))
 
+import stand_in  # noqa: E402
 from bench_correction import Keyboard, memory  # noqa: E402
 from desktop import (MARKER_TARGETS, PROTOCOL_TARGETS, Failure, Programs, activate, active_window,  # noqa: E402
-                     editable_text_of, press, run, say, screenshot, selected_text_of, text_of, wait_for, window_of)
+                     editable_text_of, keep_session, press, run, say, screenshot, selected_text_of, text_of, wait_for,
+                     welcomed, window_of)
 from gi.repository import GLib  # noqa: E402
 
 NAME = "com.kelthorne.vellumline"
@@ -168,44 +168,25 @@ class Owner:
 
 # The service
 
-class StandIn(http.server.ThreadingHTTPServer):
+class StandIn(stand_in.StandIn):
     """Answers the next rewrite as it was told to."""
 
-    daemon_threads = True
     status, body, delay, renewals, broken = 200, b"", 0.0, 0, ""
     requests = []
     answered = 0
 
-    class Handler(http.server.BaseHTTPRequestHandler):
-        protocol_version = "HTTP/1.1"
-        disable_nagle_algorithm = True
-
-        def log_message(self, *_):
-            pass
-
-        def reply(self, status, body, length=None):
-            self.wfile.write(b"HTTP/1.1 %d Status\r\nContent-Type: application/json\r\nContent-Length: %d\r\n\r\n%s" %
-                             (status, len(body) if length is None else length, body))
-
-        def do_GET(self):
-            self.reply(200, json.dumps({"plan": "paid", "rewritesUsed": 3, "freeRewrites": 30}).encode())
-
-        def do_POST(self):
-            body = self.rfile.read(int(self.headers.get("Content-Length", "0")))
-            if self.path != "/v1/rewrite":
-                self.reply(200, json.dumps({"access_token": "a", "refresh_token": "b", "user_id": "1",
-                                            "email": "ada@example.org"}).encode())
-                return
+    class Request(stand_in.Request):
+        def rewrite(self, text):
             server = self.server
             if server.renewals > 0:
                 server.renewals -= 1
-                self.reply(401, b"{}")
+                self.reply(b"{}", 401)
                 return
-            server.requests.append(json.loads(body)["text"])
+            server.requests.append(text)
             time.sleep(server.delay)
             try:
                 if server.broken != "nothing":
-                    self.reply(server.status, server.body, len(server.body) + (5 if server.broken == "short" else 0))
+                    self.reply(server.body, server.status, len(server.body) + (5 if server.broken == "short" else 0))
             except OSError:
                 pass
             self.close_connection = bool(server.broken) or server.status != 200
@@ -335,9 +316,8 @@ class Soak:
         os.makedirs(folder, exist_ok=True)
         self.owner = Owner(options.build, folder)
         self.keys = Keys()
-        self.service = StandIn(("127.0.0.1", 0), StandIn.Handler)
-        threading.Thread(target=self.service.serve_forever, daemon=True).start()
-        os.environ["VELLUMLINE_ORIGIN"] = f"http://127.0.0.1:{self.service.server_address[1]}"
+        self.service = StandIn(StandIn.Request)
+        os.environ["VELLUMLINE_ORIGIN"] = self.service.origin
         self.program = programs.start("vellumline", os.path.join(options.build, "Vellumline", "vellumline"),
                                       "--no-local-service")
         wait_for("the shortcut to be registered", 20, self.keys.shortcut_is_taken)
@@ -449,13 +429,8 @@ def main():
     if options.seed is None:
         options.seed = random.SystemRandom().randrange(1_000_000)
     os.makedirs(options.output, exist_ok=True)
-    config = os.path.join(os.environ["XDG_CONFIG_HOME"], "vellumline")
-    os.makedirs(config)
-    with open(os.path.join(config, "vellumline.conf"), "w", encoding="utf-8") as file:
-        file.write(f"[General]\nvellumline.onboardingDone=true\nvellumline.pasteDelayMs={options.paste_delay}\n")
-    session = {"accessToken": "a", "refreshToken": "b", "userId": 1, "email": "ada@example.org"}
-    subprocess.run(["secret-tool", "store", "--label=session", "service", NAME + ".session", "account", "session"],
-                   input=json.dumps(session).encode(), check=True, timeout=20)
+    welcomed(pasteDelayMs=options.paste_delay)
+    keep_session()
     programs = Programs(options.output)
     begin, failures = time.monotonic(), 0
     try:

@@ -7,11 +7,8 @@ HOST is one of the names in HOSTS. Runs inside of scripts/with-desktop.sh.
 """
 
 import argparse
-import http.server
-import json
 import os
 import re
-import subprocess
 import sys
 import threading
 import time
@@ -21,8 +18,9 @@ sys.path.insert(0, os.path.join(ROOT, "demo"))
 
 from PIL import Image, ImageChops  # noqa: E402
 
-from desktop import (Atspi, Failure, Programs, activate, active_window, editable_text_of, press, run,  # noqa: E402
-                     screenshot, shows_text, text_of, wait_for, window_of)
+import stand_in  # noqa: E402
+from desktop import (Atspi, Failure, Programs, activate, active_window, editable_text_of, keep_session,  # noqa: E402
+                     press, run, screenshot, shows_text, text_of, wait_for, welcomed, window_of)
 
 TINT2 = """
 panel_items = TS
@@ -104,29 +102,13 @@ SENTENCE = "i has went to the shop yesterday and buyed three apple."
 CORRECTED = "I went to the shop yesterday and bought three apples."
 
 
-class SlowService(http.server.BaseHTTPRequestHandler):
-    """Answers as the correction service does, each correction as late as it is told: what is looked at here is what the
-    program shows while it waits."""
+class SlowRequest(stand_in.Request):
+    """Corrects as late as it is told: what is looked at here is what the program shows while it waits."""
 
     answer = threading.Event()
 
-    def log_message(self, *arguments):
-        pass
-
-    def reply(self, body):
-        data = json.dumps(body).encode()
-        self.send_response(200)
-        self.send_header("Content-Type", "application/json")
-        self.send_header("Content-Length", str(len(data)))
-        self.end_headers()
-        self.wfile.write(data)
-
-    def do_GET(self):
-        self.reply({"plan": "free", "rewritesUsed": 3, "freeRewrites": 30})
-
-    def do_POST(self):
-        self.rfile.read(int(self.headers.get("Content-Length", "0")))
-        SlowService.answer.wait(20)
+    def rewrite(self, text):
+        SlowRequest.answer.wait(20)
         self.reply({"text": CORRECTED})
 
 
@@ -305,14 +287,9 @@ def main():
     output = os.path.join(options.output, name)
     os.makedirs(output, exist_ok=True)
 
-    service = http.server.ThreadingHTTPServer(("127.0.0.1", 0), SlowService)
-    threading.Thread(target=service.serve_forever, daemon=True).start()
-    os.environ["VELLUMLINE_ORIGIN"] = f"http://127.0.0.1:{service.server_address[1]}"
-    config = os.path.join(os.environ["XDG_CONFIG_HOME"], "vellumline")
-    os.makedirs(config)
-    with open(os.path.join(config, "vellumline.conf"), "w", encoding="utf-8") as file:
-        file.write("[General]\nvellumline.onboardingDone=true\n")
-    session = {"accessToken": "a", "refreshToken": "b", "userId": 1, "email": "ada@example.org"}
+    service = stand_in.StandIn(SlowRequest)
+    os.environ["VELLUMLINE_ORIGIN"] = service.origin
+    welcomed()
     programs = Programs(output)
     try:
         run("xsetroot", "-solid", "#3b5b7a")
@@ -325,8 +302,7 @@ def main():
         start_host(name, programs)
         wait_for("the panel of the desktop", 20, lambda: host_is_ready(name), 0.1)
         wait_for("its place on the screen", 20, lambda: work_area() != (0, 0, 1280, 800), 0.1)
-        subprocess.run(["secret-tool", "store", "--label=session", "service", "com.kelthorne.vellumline.session",
-                        "account", "session"], input=json.dumps(session).encode(), check=True, timeout=20)
+        keep_session()
         path = os.path.join(os.environ["HOME"], "practice.txt")
         with open(path, "w", encoding="utf-8") as file:
             file.write(SENTENCE)
@@ -397,7 +373,7 @@ def main():
                         "/StatusNotifierItem", "--method", "org.freedesktop.DBus.Properties.Get",
                         "org.kde.StatusNotifierItem", "Title") or b""
             check("Vellumline, correcting" in label.decode(), "its label says so")
-        SlowService.answer.set()
+        SlowRequest.answer.set()
         wait_for("the text to be corrected", 10, lambda: text_of(node).strip() == CORRECTED)
         wait_for("the item to be what it was", 5,
                  lambda: not ImageChops.difference(idle, picture(output, "after").crop(around)).getbbox(), 0.1)
@@ -409,7 +385,7 @@ def main():
         return 1
     finally:
         programs.end_all()
-        service.shutdown()
+        service.stop()
     return 0
 
 
