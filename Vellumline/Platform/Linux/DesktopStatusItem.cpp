@@ -4,9 +4,14 @@
 #include <QIconEngine>
 #include <QPainter>
 #include <QSystemTrayIcon>
+#include <QTimer>
+#include <array>
+#include <chrono>
 #include <utility>
 
 namespace vellumline {
+
+using namespace std::chrono_literals;
 
 namespace {
 
@@ -16,6 +21,8 @@ const QColor colorOnLight(0x33, 0x33, 0x33);
 /// 1.4.3).
 const QColor colorOnAnything(0x76, 0x76, 0x76);
 constexpr int middleLightness = 128;
+/// A panel takes items before it has drawn itself, and at log-in others still come after it.
+constexpr std::array<std::chrono::milliseconds, 3> untilPanelsAreDrawn = {1s, 4s, 15s};
 
 /// A template image on the ground of a pressed button.
 class HighlightedIconEngine final : public QIconEngine {
@@ -68,6 +75,8 @@ void DesktopStatusItem::show() {
 
 void DesktopStatusItem::hostChanged() {
     chooseColor();
+    for (const auto delay : untilPanelsAreDrawn)
+        QTimer::singleShot(delay, this, &DesktopStatusItem::lookAgain);
     if (notifier_.isShown()) {
         embedded_.reset();
         apply();
@@ -78,6 +87,13 @@ void DesktopStatusItem::hostChanged() {
     connect(embedded_.get(), &QSystemTrayIcon::activated, this, &DesktopStatusItem::pressed);
     apply();
     embedded_->show();
+}
+
+void DesktopStatusItem::lookAgain() {
+    const QColor before = color_;
+    chooseColor();
+    if (color_ != before)
+        apply();
 }
 
 void DesktopStatusItem::chooseColor() {

@@ -35,6 +35,7 @@ class DesktopStatusItem final : public QObject, public StatusItem {
   private:
     void hostChanged();
     void chooseColor();
+    void lookAgain();
     void apply();
     void pressed();
 
