@@ -1,20 +1,34 @@
 #!/usr/bin/env bash
-# The packages in a fresh Debian of their own: lintian; installed, used (the demonstration, with the installed programs), installed
-# again, removed and purged, with nothing left behind. Needs root, the network for Debian's packages, and some minutes.
+# The packages in a fresh Debian of their own: lintian; an earlier version installed and used by an ordinary user, the packages
+# installed over it, used (the demonstration, with the installed programs, and the units), removed and purged, with nothing left behind
+# but what is that user's. Needs root, the network for Debian's packages, and some minutes.
 #
-#   check-packages.sh [--keep] [PACKAGES]      PACKAGES: the folder of scripts/package.sh, build/packages unless given
-#                                              --keep: the bare Debian stays in build/ for the next time
+#   check-packages.sh [--keep] [--before FOLDER] [PACKAGES]
+#       PACKAGES    the folder of scripts/package.sh, build/packages unless given
+#       --before    that of the earlier version. Unless given, one is made in build/packages-before, called 0.0.1: from the last release's
+#                   tag or, while there is none, from the commit that changed the packaging last
+#       --keep      the bare Debian and the earlier packages stay in build/ for the next time
 set -euo pipefail
 root=$(cd "$(dirname "$(readlink -f "${BASH_SOURCE[0]}")")/.." && pwd)
-keep=no
-if [ "${1:-}" = --keep ]; then
-    keep=yes
-    shift
-fi
+keep=no before=$root/build/packages-before
+while [ $# -gt 0 ]; do
+    case "$1" in
+    --keep) keep=yes; shift ;;
+    --before) before=$(realpath "$2"); shift 2 ;;
+    *) break ;;
+    esac
+done
 packages=$(realpath "${1:-$root/build/packages}")
 [ "$(id -u)" = 0 ] || { echo "check-packages.sh: a root file system can only be made by root" >&2; exit 69; }
 "$root/scripts/packages.sh" package
 files=("$packages"/vellumline_*.deb "$packages"/vellumline-service_*.deb)
+
+if ! ls "$before"/vellumline_*.deb >/dev/null 2>&1; then
+    echo "== an earlier version"
+    revision=$(git -C "$root" describe --tags --abbrev=0 2>/dev/null || git -C "$root" log -1 --format=%H -- packaging/debian)
+    "$root/scripts/package.sh" --revision "$revision" --version 0.0.1 "$before" >"$root/build/packages-before.log" 2>&1 ||
+        { tail -20 "$root/build/packages-before.log"; exit 1; }
+fi
 
 echo "== lintian"
 # Exceptions are named in packaging/debian/*.lintian-overrides. For root it needs to be told.
@@ -31,11 +45,12 @@ if [ ! -e "$base/etc/debian_version" ]; then
 fi
 fresh=$(mktemp -d "${TMPDIR:-/tmp}/vellumline-debian.XXXXXX")
 cleanup() {
+    [ ! -s "$fresh/opt/running" ] || kill "$(head -1 "$fresh/opt/running")" 2>/dev/null || true
     for mounted in dev/shm dev/pts dev sys proc; do
         umount "$fresh/$mounted" 2>/dev/null || true
     done
     if ! mountpoint -q "$fresh/proc" && ! mountpoint -q "$fresh/sys" && ! mountpoint -q "$fresh/dev"; then rm -rf "$fresh"; fi
-    [ "$keep" = yes ] || rm -rf "$base"
+    [ "$keep" = yes ] || rm -rf "$base" "$root/build/packages-before"
 }
 trap cleanup EXIT
 cp -a "$base/." "$fresh"
@@ -63,9 +78,13 @@ echo force-unsafe-io >"$fresh/etc/dpkg/dpkg.cfg.d/unsafe-io"
 printf '#!/bin/sh\nexit 101\n' >"$fresh/usr/sbin/policy-rc.d"
 chmod +x "$fresh/usr/sbin/policy-rc.d"
 inside() { chroot "$fresh" env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin HOME=/opt LANG=C.UTF-8 DEBIAN_FRONTEND=noninteractive "$@"; }
-apt() { inside apt-get -q -y -o Dpkg::Use-Pty=0 "$@" >>"$root/build/check-packages.log" 2>&1 || { tail -20 "$root/build/check-packages.log"; exit 1; }; }
+as_user() { # COMMAND…, in a network of its own, as an ordinary user
+    unshare --net sh -c 'ip link set lo up && exec "$@"' sh chroot "$fresh" setpriv --reuid=grace --regid=grace --init-groups \
+        env -i PATH=/usr/bin:/bin HOME=/home/grace USER=grace LANG=C.UTF-8 "$@"
+}
+apt() { inside apt-get -q -y -o Dpkg::Use-Pty=0 "$@" </dev/null >>"$root/build/check-packages.log" 2>&1 || { tail -20 "$root/build/check-packages.log"; exit 1; }; }
 : >"$root/build/check-packages.log"
-everything() { (cd "$fresh" && find . -path ./proc -prune -o -path ./sys -prune -o -path ./dev -prune -o -path ./tmp -prune -o -path ./opt -prune -o -path ./var/lib/apt -prune -o \
+everything() { (cd "$fresh" && find . -path ./proc -prune -o -path ./sys -prune -o -path ./dev -prune -o -path ./tmp -prune -o -path ./opt -prune -o -path ./home/grace -prune -o -path ./var/lib/apt -prune -o \
     -path ./var/lib/dpkg -prune -o -path ./var/cache -prune -o -path ./var/log -prune -o -print | LC_ALL=C sort); }
 
 echo "== the desktop that the packages are tried in"
@@ -75,12 +94,42 @@ mapfile -t demo < <("$root/scripts/packages.sh" --list demo)
 mapfile -t needed < <(inside true; for file in "${files[@]}"; do dpkg-deb -f "$file" Depends; done |
     tr ',' '\n' | sed -E 's/\(.*//; s/\|.*//; s/ //g' | grep -vE '^(vellumline.*|)$' | LC_ALL=C sort -u)
 apt install --no-install-recommends "${demo[@]}" "${needed[@]}" libglib2.0-bin x11-utils desktop-file-utils man-db
+inside useradd --create-home --shell /bin/sh grace
 everything >"$fresh/opt/before"
-cp "${files[@]}" "$fresh/opt/"
-mapfile -t names < <(printf '/opt/%s\n' "${files[@]##*/}")
+mkdir "$fresh/opt/earlier" "$fresh/opt/now" "$fresh/opt/tools"
+cp "$before"/vellumline_*.deb "$before"/vellumline-service_*.deb "$fresh/opt/earlier"
+cp "${files[@]}" "$fresh/opt/now"
+cp "$root/scripts/with-desktop.sh" "$root/scripts/check-upgrade.py" "$fresh/opt/tools"
+mapfile -t earlier < <(cd "$fresh" && printf '/%s\n' opt/earlier/*.deb)
+mapfile -t names < <(cd "$fresh" && printf '/%s\n' opt/now/*.deb)
+version() { inside dpkg-query -W -f "\${Version}" vellumline; }
 
-echo "== installed"
+echo "== an earlier version, used by an ordinary user"
+apt install --no-install-recommends "${earlier[@]}"
+was=$(version)
+as_user /opt/tools/with-desktop.sh /usr/bin/python3 /opt/tools/check-upgrade.py before
+# One that runs meanwhile goes on, and ends as it should.
+# shellcheck disable=SC2016  # expanded by the inner shell
+as_user sh -c 'vellumline-service & echo $!; wait $!' >"$fresh/opt/running" 2>&1 &
+waiting=$!
+for _ in $(seq 100); do grep -q 'ready on' "$fresh/opt/running" && break; sleep 0.1; done
+
+echo "== installed over it"
+said=$(wc -l <"$root/build/check-packages.log")
 apt install --no-install-recommends "${names[@]}"
+[ "$was" != "$(version)" ] || { echo "both are version $was"; exit 1; }
+echo "         $was -> $(version)"
+if tail -n +$((said + 1)) "$root/build/check-packages.log" | grep -iE 'conffile|configuration file|downgrad' ||
+    [ -n "$(inside dpkg-query -W -f "\${Conffiles}" vellumline vellumline-service)" ]; then
+    echo "dpkg has a question about a configuration file"
+    exit 1
+fi
+running=$(head -1 "$fresh/opt/running")
+kill -0 "$running" || { echo "the service that was running has ended"; exit 1; }
+kill "$running"
+wait "$waiting" || { echo "the service that was running did not end well"; exit 1; }
+rm "$fresh/opt/running"
+as_user /opt/tools/with-desktop.sh /usr/bin/python3 /opt/tools/check-upgrade.py after
 inside grep -q com.kelthorne.Vellumline.desktop /usr/share/applications/mimeinfo.cache || { echo "the link handler is not known"; exit 1; }
 inside vellumline --version
 inside sh -c 'vellumline status; test $? = 69'
@@ -102,9 +151,14 @@ used=yes
 inside /opt/tree/demo/demonstration --build /opt/tree/installed --output /opt/tree/output || used=no
 rm -rf "$fresh/opt/tree"
 
-echo "== installed again, as an upgrade does it"
+echo "== its units"
+"$root/scripts/check-units.sh" --root "$fresh"
+
+echo "== installed again, with the socket disabled by the administrator"
+inside systemctl --global disable vellumline-service.socket 2>>"$root/build/check-packages.log"
 apt install --no-install-recommends --reinstall "${names[@]}"
 inside vellumline --version
+inside test ! -e /etc/systemd/user/sockets.target.wants/vellumline-service.socket || { echo "the socket is enabled again"; exit 1; }
 
 echo "== removed and purged"
 apt remove vellumline vellumline-service
@@ -113,9 +167,12 @@ if inside test -e /usr/bin/vellumline; then
     exit 1
 fi
 apt purge vellumline vellumline-service
+for file in .config/vellumline/vellumline.conf .config/vellumline/dictionary.txt .local/share/vellumline-service/service.sqlite; do
+    inside test -s "/home/grace/$file" || { echo "the user's $file is gone"; exit 1; }
+done
 everything >"$fresh/opt/after"
 if difference=$(diff "$fresh/opt/before" "$fresh/opt/after"); then
-    echo "nothing is left behind"
+    echo "nothing is left behind but what is the user's"
 else
     grep '^[<>]' <<<"$difference"
     echo "that was left behind or taken away"
