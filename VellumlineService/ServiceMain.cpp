@@ -1,4 +1,5 @@
 #include "VellumlineHardening/CoreDumps.h"
+#include "VellumlineHardening/FileAccess.h"
 #include "VellumlineService/AccountCommand.h"
 #include "VellumlineService/Correction/Engines.h"
 #include "VellumlineService/Correction/PersonalDictionary.h"
@@ -12,6 +13,7 @@
 #include <QCommandLineParser>
 #include <QCoreApplication>
 #include <QDateTime>
+#include <QFileInfo>
 #include <QSocketNotifier>
 #include <QUrl>
 #include <csignal>
@@ -153,11 +155,17 @@ int runService(QCoreApplication& application) {
     engineSettings.external.report = [&log](const QString& event, const QString& reason) {
         log.problem(event, {{QStringLiteral("reason"), reason}});
     };
-    const auto engine = makeCorrectionEngine(engineSettings);
     Storage storage(configuration->database);
     if (const auto unusable = storage.open()) {
         return refuse(*unusable);
     }
+    // Before any thread is started; a kernel that cannot do it keeps nobody from a correction. The file
+    // itself may be elsewhere than its name, and has its companions there.
+    const QString file = configuration->database.kind == DatabaseAddress::Kind::sqlite
+                             ? QFileInfo(configuration->database.path).canonicalFilePath()
+                             : QString();
+    keepWritesTo(file.isEmpty() ? std::string() : QFileInfo(file).path().toStdString());
+    const auto engine = makeCorrectionEngine(engineSettings);
     storage.reportFailuresTo([&](const QString& code) {
         metrics.databaseFailed();
         log.problem(QStringLiteral("database-refused"), {{QStringLiteral("code"), code}});

@@ -5,17 +5,23 @@ import http.client
 import json
 import mmap
 import os
+import re
+import shutil
 import signal
 import socket
 import subprocess
 import sys
 import time
+import urllib.parse
 
 HOME = os.environ["HOME"]
 SERVICE = "vellumline-service.service"
 SOCKET = "vellumline-service.socket"
 PORT = 8642
+CHALLENGE = "E9Melhoa2OwvFrEMTJguCHaoeK1t8URWbuGJSstw-cM"
+VERIFIER = "dBjftJeZ4CVP-mB92K27uhbUJU1p1r_wW1gFWFOEjXk"
 CLONE_NEWUSER = 0x10000000
+LANDLOCK_CREATE_RULESET = 444
 
 
 def attempts():
@@ -98,6 +104,16 @@ def answer(path="/readyz"):
     try:
         connection.request("GET", path)
         return connection.getresponse().status
+    finally:
+        connection.close()
+
+
+def send(method, path, body=None, kind="application/json", token=None):
+    connection = http.client.HTTPConnection("127.0.0.1", PORT, timeout=20)
+    try:
+        connection.request(method, path, body, {"Content-Type": kind, **({"Authorization": "Bearer " + token} if token else {})})
+        said = connection.getresponse()
+        return said.status, said.read().decode()
     finally:
         connection.close()
 
@@ -195,6 +211,35 @@ def what_the_sandbox_is_for_fails():
     assert without["have its calls filtered"] == "no"
 
 
+def it_writes_to_no_other_folder():
+    """Another folder is put in the place of its own: its next connection to the database may read there, and not write."""
+    if ctypes.CDLL(None).syscall(LANDLOCK_CREATE_RULESET, None, 0, 1) < 1:
+        print("         this kernel has no Landlock: not tried")
+        return
+    assert answer() == 200
+    page = send("GET", f"/login/?app_challenge={CHALLENGE}")[1]
+    fields = {"form_token": re.search('name="form_token" value="([^"]+)"', page)[1], "app_challenge": CHALLENGE}
+    page = send("POST", "/login/", urllib.parse.urlencode(fields), "application/x-www-form-urlencoded")[1]
+    code = re.search("handoff=([A-Za-z0-9_-]+)", page)[1]
+    token = json.loads(send("POST", "/v1/auth/handoff/redeem", json.dumps({"code": code, "code_verifier": VERIFIER}))[1])["access_token"]
+
+    own, other = os.path.join(HOME, ".local/share/vellumline-service"), os.path.join(HOME, "other")
+    shutil.copytree(own, other)
+    os.rename(own, own + ".away")
+    os.symlink(other, own)
+    try:
+        # The first rewrite has a worker of its own, and that a connection.
+        status, text = send("POST", "/v1/rewrite", json.dumps({"text": "a text"}), token=token)
+    finally:
+        os.remove(own)
+        os.rename(own + ".away", own)
+    print(f"         in another folder: {status} {text.strip()}")
+    assert status == 503, "it wrote to another folder"
+    control("restart", SERVICE)
+    status, text = send("POST", "/v1/rewrite", json.dumps({"text": "a text"}), token=token)
+    assert status == 200, f"{status} {text}"
+
+
 def killed_it_comes_back():
     assert answer() == 200
     before = running()
@@ -230,7 +275,7 @@ try:
                                  check=False).stdout.strip() in ("running", "degraded"), "the user manager")
     print(run("systemctl", "--version").splitlines()[0])
     for case in (the_units_are_known_and_nothing_runs, the_first_connection_starts_the_service, its_settings_are_in_force,
-                 what_the_sandbox_is_for_fails, killed_it_comes_back, stopped_it_ends_well_and_the_next_connection_starts_it,
+                 what_the_sandbox_is_for_fails, it_writes_to_no_other_folder, killed_it_comes_back, stopped_it_ends_well_and_the_next_connection_starts_it,
                  without_the_socket_nobody_answers, without_a_display_the_program_is_not_started_again_and_again):
         try:
             case()

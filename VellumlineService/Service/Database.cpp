@@ -146,6 +146,8 @@ std::unique_ptr<Database::Connection> Database::connect() {
             // With WAL, NORMAL loses at most the last commits when the machine (not the program) dies, and
             // never breaks the file (sqlite.org/pragma.html#pragma_synchronous).
             execute(made->database, QStringLiteral("PRAGMA synchronous = NORMAL"));
+            // No folder for temporary files is written to (see keepWritesTo).
+            execute(made->database, QStringLiteral("PRAGMA temp_store = MEMORY"));
             execute(made->database, QStringLiteral("PRAGMA foreign_keys = ON"));
         }
         return made;
