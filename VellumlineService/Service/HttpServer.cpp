@@ -4,7 +4,6 @@
 #include <QHostAddress>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QPointer>
 #include <QTcpSocket>
 #include <QTimer>
 
@@ -53,6 +52,15 @@ class HttpConnection : public QObject {
     /// For how long this connection has waited for its client; nothing while the client waits for us.
     std::optional<qint64> idleFor() const {
         return busy_ || ended_ ? std::nullopt : std::optional(waiting_.elapsed());
+    }
+
+    /// Called when a handler has made the answer to the request that this connection waits for.
+    void answered(const HttpAnswer& made) {
+        // A handler that never claimed (it had nothing to commit) is still in time here.
+        claim_->claim();
+        if (!claim_->givenUp()) {
+            answer(made);
+        }
     }
 
     /// Gives the place up for another client.
@@ -107,43 +115,20 @@ class HttpConnection : public QObject {
         took_.start();
         request.peer = peer();
         const HttpServer::Lane lane = server_.laneOf_(request);
-        HttpServer::Workers& workers = server_.lanes_[static_cast<size_t>(lane)];
-        if (workers.limit > 0 && workers.queued >= workers.limit) {
+        if (!server_.post(std::move(request), lane)) {
             claim_->giveUp();
             answer(errorAnswer(503, lane == HttpServer::Lane::correction
                                         ? QStringLiteral("too many corrections are waiting")
                                         : QStringLiteral("too many requests are waiting")));
             return;
         }
+        server_.unanswered_.emplace(claim_, this);
         timer_.start(server_.limits_.answerMilliseconds);
-        const QPointer<HttpConnection> self(this);
-        ++workers.queued;
-        // The server outlives its pools, and the pools outlive every job; the connection may not.
-        HttpServer* const server = &server_;
-        workers.pool.start([self, server, &workers, request = std::move(request)] {
-            const auto claim = request.claim;
-            HttpAnswer made;
-            if (!claim->givenUp()) {
-                made = server->handler_(request);
-            }
-            --workers.queued;
-            QMetaObject::invokeMethod(
-                server,
-                [self, claim, made = std::move(made)] {
-                    if (self && self->claim_ == claim && self->busy_) {
-                        // A handler that never claimed (it had nothing to commit) is still in time here.
-                        claim->claim();
-                        if (!claim->givenUp()) {
-                            self->answer(made);
-                        }
-                    }
-                },
-                Qt::QueuedConnection);
-        });
     }
 
     void answer(const HttpAnswer& made) {
         busy_ = false;
+        server_.unanswered_.erase(claim_);
         claim_.reset();
         waiting_.start();
         if (server_.observer_) {
@@ -239,6 +224,7 @@ class HttpConnection : public QObject {
         timer_.stop();
         if (claim_) {
             claim_->giveUp();
+            server_.unanswered_.erase(claim_);
         }
         server_.connectionEnded();
         deleteLater();
@@ -261,20 +247,53 @@ class HttpConnection : public QObject {
 };
 
 HttpServer::HttpServer(HttpLimits limits, Handler handler, LaneOf laneOf, QObject* parent)
-    : QTcpServer(parent), limits_(limits), handler_(std::move(handler)), laneOf_(std::move(laneOf)) {
-    const std::array<std::pair<int, int>, 3> sizes = {
-        {{2, 0}, {limits_.parallelCorrections, limits_.waitingCorrections}, {1, limits_.waitingPasswords}}};
-    for (size_t i = 0; i < lanes_.size(); ++i) {
-        lanes_[i].pool.setMaxThreadCount(sizes[i].first);
-        lanes_[i].pool.setExpiryTimeout(-1);
-        lanes_[i].limit = sizes[i].second;
-    }
+    : QTcpServer(parent), limits_(limits), handler_(std::move(handler)),
+      laneOf_(std::move(laneOf)), lanes_{{{2, 0},
+                                          {limits.parallelCorrections, limits.waitingCorrections},
+                                          {1, limits.waitingPasswords}}} {
     connect(this, &QTcpServer::newConnection, this, &HttpServer::accept);
+    connect(this, &HttpServer::answersWait, this, &HttpServer::takeAnswers, Qt::QueuedConnection);
 }
 
-HttpServer::~HttpServer() {
-    for (Workers& workers : lanes_) {
-        workers.pool.waitForDone();
+// The workers, the last member, end first; answers that nobody takes any more go with the server.
+HttpServer::~HttpServer() = default;
+
+bool HttpServer::post(HttpRequest request, Lane lane) {
+    const auto made = std::make_shared<Made>();
+    made->claim = request.claim;
+    return lanes_[static_cast<size_t>(lane)].post(
+        [this, made, request = std::move(request)] {
+            if (!made->claim->givenUp()) {
+                made->answer = handler_(request);
+            }
+        },
+        [this, made] { handBack(std::move(*made)); });
+}
+
+void HttpServer::handBack(Made made) {
+    bool first = false;
+    {
+        const std::scoped_lock lock(madeMutex_);
+        first = made_.empty();
+        made_.push_back(std::move(made));
+    }
+    // Whoever takes the first takes all.
+    if (first) {
+        Q_EMIT answersWait({});
+    }
+}
+
+void HttpServer::takeAnswers() {
+    std::vector<Made> taken;
+    {
+        const std::scoped_lock lock(madeMutex_);
+        taken.swap(made_);
+    }
+    for (const Made& made : taken) {
+        const auto waits = unanswered_.find(made.claim);
+        if (waits != unanswered_.end()) {
+            waits->second->answered(made.answer);
+        }
     }
 }
 
