@@ -80,11 +80,11 @@ chmod +x "$fresh/usr/sbin/policy-rc.d"
 inside() { chroot "$fresh" env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin HOME=/opt LANG=C.UTF-8 DEBIAN_FRONTEND=noninteractive "$@"; }
 as_user() { # COMMAND…, in a network of its own, as an ordinary user
     unshare --net sh -c 'ip link set lo up && exec "$@"' sh chroot "$fresh" setpriv --reuid=grace --regid=grace --init-groups \
-        env -i PATH=/usr/bin:/bin HOME=/home/grace USER=grace LANG=C.UTF-8 "$@"
+        env -i PATH=/usr/bin:/bin HOME=/opt/grace USER=grace LANG=C.UTF-8 "$@"
 }
 apt() { inside apt-get -q -y -o Dpkg::Use-Pty=0 "$@" </dev/null >>"$root/build/check-packages.log" 2>&1 || { tail -20 "$root/build/check-packages.log"; exit 1; }; }
 : >"$root/build/check-packages.log"
-everything() { (cd "$fresh" && find . -path ./proc -prune -o -path ./sys -prune -o -path ./dev -prune -o -path ./tmp -prune -o -path ./opt -prune -o -path ./home/grace -prune -o -path ./var/lib/apt -prune -o \
+everything() { (cd "$fresh" && find . -path ./proc -prune -o -path ./sys -prune -o -path ./dev -prune -o -path ./tmp -prune -o -path ./opt -prune -o -path ./var/lib/apt -prune -o \
     -path ./var/lib/dpkg -prune -o -path ./var/cache -prune -o -path ./var/log -prune -o -print | LC_ALL=C sort); }
 
 echo "== the desktop that the packages are tried in"
@@ -94,7 +94,7 @@ mapfile -t demo < <("$root/scripts/packages.sh" --list demo)
 mapfile -t needed < <(inside true; for file in "${files[@]}"; do dpkg-deb -f "$file" Depends; done |
     tr ',' '\n' | sed -E 's/\(.*//; s/\|.*//; s/ //g' | grep -vE '^(vellumline.*|)$' | LC_ALL=C sort -u)
 apt install --no-install-recommends "${demo[@]}" "${needed[@]}" libglib2.0-bin x11-utils desktop-file-utils man-db
-inside useradd --create-home --shell /bin/sh grace
+inside useradd --create-home --home-dir /opt/grace --shell /bin/sh grace
 everything >"$fresh/opt/before"
 mkdir "$fresh/opt/earlier" "$fresh/opt/now" "$fresh/opt/tools"
 cp "$before"/vellumline_*.deb "$before"/vellumline-service_*.deb "$fresh/opt/earlier"
@@ -168,7 +168,7 @@ if inside test -e /usr/bin/vellumline; then
 fi
 apt purge vellumline vellumline-service
 for file in .config/vellumline/vellumline.conf .config/vellumline/dictionary.txt .local/share/vellumline-service/service.sqlite; do
-    inside test -s "/home/grace/$file" || { echo "the user's $file is gone"; exit 1; }
+    inside test -s "/opt/grace/$file" || { echo "the user's $file is gone"; exit 1; }
 done
 everything >"$fresh/opt/after"
 if difference=$(diff "$fresh/opt/before" "$fresh/opt/after"); then
