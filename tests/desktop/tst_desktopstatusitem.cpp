@@ -16,8 +16,8 @@ class DesktopStatusItemTest : public QObject {
     void show() {
         drawn_.clear();
         item_ = std::make_unique<DesktopStatusItem>(
-            [this] { return panel_; }, QDBusConnection::connectToBus(QStringLiteral("unix:path=/dev/null"),
-                                                                     QStringLiteral("nowhere")));
+            [this] { return panel_; },
+            QDBusConnection::connectToBus(QStringLiteral("unix:path=/dev/null"), QStringLiteral("nowhere")));
         item_->setImage([this](const QColor& color) {
             drawn_.append(color);
             return QIcon();

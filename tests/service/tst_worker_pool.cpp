@@ -104,8 +104,8 @@ class WorkerPoolTest : public QObject {
         std::binary_semaphore done(0);
         WorkerPool pool(8, 0);
         for (int i = 0; i < 50; ++i) {
-            QVERIFY(pool.post([&seen] { seen.insert(std::this_thread::get_id()); },
-                              [&done] { done.release(); }));
+            QVERIFY(
+                pool.post([&seen] { seen.insert(std::this_thread::get_id()); }, [&done] { done.release(); }));
             done.acquire();
         }
         pool.finish();
