@@ -22,8 +22,10 @@ import time
 import urllib.parse
 
 ROOT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
-PROGRAM = sys.argv[1]
-STOPS = int(sys.argv[2]) if len(sys.argv) > 2 else 2
+ENTERED = "--entered"
+ARGUMENTS = [each for each in sys.argv[1:] if each != ENTERED]
+PROGRAM = ARGUMENTS[0]
+STOPS = int(ARGUMENTS[1]) if len(ARGUMENTS) > 1 else 2
 NAME = "corrections.example.org"
 CHALLENGE = "E9Melhoa2OwvFrEMTJguCHaoeK1t8URWbuGJSstw-cM"
 VERIFIER = "dBjftJeZ4CVP-mB92K27uhbUJU1p1r_wW1gFWFOEjXk"
@@ -38,13 +40,13 @@ def cannot(why):
 
 
 def enter_a_network_of_its_own():
-    if os.environ.get("VELLUMLINE_BEHIND_NGINX"):
+    if ENTERED in sys.argv:
         return
     namespace = ["unshare", "--net"] if os.geteuid() == 0 else ["unshare", "--user", "--map-root-user", "--net"]
     if subprocess.run([*namespace, "ip", "link", "set", "lo", "up"], stderr=subprocess.DEVNULL, check=False).returncode:
         cannot("The kernel gives no network of its own")
-    os.execvpe(namespace[0], [*namespace, "sh", "-c", 'ip link set lo up && exec "$@"', "sh", sys.executable, *sys.argv],
-               {**os.environ, "VELLUMLINE_BEHIND_NGINX": "entered"})
+    os.execvp(namespace[0], [*namespace, "sh", "-c", 'ip link set lo up && exec "$@"', "sh", sys.executable, *sys.argv,
+                             ENTERED])
 
 
 def block(beginning):
