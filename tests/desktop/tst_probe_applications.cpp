@@ -254,6 +254,18 @@ class ProbeApplicationsTest : public QObject {
         report(QTest::currentDataTag());
     }
 
+    void aTextKeepsAZeroWidthSpaceAtItsBeginning() {
+        const QString text = QStringLiteral(u"\ufeff\U00010348"); // two of anything without the first, too
+        // The first mark of a file is that of its encoding, and no character.
+        const QString name =
+            file(QStringLiteral("practice.txt"), (QChar(QChar::ByteOrderMark) + text).toUtf8());
+        DesktopProgram editor(QStringLiteral("mousepad"), {QStringLiteral("--disable-server"), name});
+        QVERIFY(editor.waitForWindow(QStringLiteral("practice")));
+        pressKeys({QStringLiteral("ctrl+a")});
+        const ProbeAnswer answer = probeUntil(Kind::editable);
+        QVERIFY2(answer == ProbeAnswer::editable(text), described(answer).constData());
+    }
+
     void aHungProgramIsUnknownWithinBounds() {
         DesktopProgram program(QCoreApplication::applicationFilePath(), fieldArguments("plain"));
         QVERIFY(program.waitForWindow(QStringLiteral("field")));

@@ -830,9 +830,17 @@ QCoro::Task<Result> AtSpiAccessibility::selectedText(std::shared_ptr<const Node>
     const QVariantList ends = {span->start, span->end};
     const QDBusMessage textAnswer = co_await call(node->reference, textInterface, QStringLiteral("GetText"),
                                                   ends, node->application->remaining());
-    const auto text = atspi::text(textAnswer);
+    auto text = atspi::text(textAnswer);
     if (!text)
         co_return failure(errorOf(textAnswer));
+    if (atspi::mayLackItsFirstCharacter(*span, *text)) {
+        const QVariantList first = {span->start};
+        const QDBusMessage characterAnswer =
+            co_await call(node->reference, textInterface, QStringLiteral("GetCharacterAtOffset"), first,
+                          node->application->remaining());
+        if (atspi::number(characterAnswer) == int{QChar::ByteOrderMark})
+            text->prepend(QChar::ByteOrderMark);
+    }
     if (!atspi::isWholeText(*span, *text))
         co_return failure(AccessibilityError::failed);
     co_return success(*text);

@@ -71,12 +71,21 @@ std::optional<Span> orderedSpan(int start, int end) {
     return Span{std::min(start, end), std::max(start, end)};
 }
 
+namespace {
+
+qint64 codePointsOf(const QString& text) {
+    return std::count_if(text.begin(), text.end(), [](QChar unit) { return !unit.isLowSurrogate(); });
+}
+
+} // namespace
+
 bool isWholeText(const Span& span, const QString& text) {
     const qint64 length = qint64(span.end) - span.start;
-    qint64 codePoints = 0;
-    for (const QChar unit : text)
-        codePoints += unit.isLowSurrogate() ? 0 : 1;
-    return length == codePoints || length == text.size();
+    return length == codePointsOf(text) || length == text.size();
+}
+
+bool mayLackItsFirstCharacter(const Span& span, const QString& text) {
+    return qint64(span.end) - span.start == codePointsOf(text) + 1;
 }
 
 std::optional<QList<Reference>> references(const QDBusMessage& answer, int most) {

@@ -71,6 +71,10 @@ struct Span {
 std::optional<Span> orderedSpan(int start, int end);
 /// Whether a text fills its span: offsets count code points, in Qt programs UTF-16 units.
 bool isWholeText(const Span& span, const QString& text);
+/// Whether one character is missing. The toolkit's D-Bus drops a zero width no-break space (U+FEFF) that a
+/// text begins with, as if it were the mark of its encoding. Only where characters are counted: Qt counts
+/// UTF-16 units, and answers the question for one character with a byte of it (6.4).
+bool mayLackItsFirstCharacter(const Span& span, const QString& text);
 
 // Readers of method returns.
 std::optional<QList<Reference>> references(const QDBusMessage& answer, int most);
