@@ -1,16 +1,17 @@
 #!/usr/bin/env bash
-# Tests of what has threads, under ThreadSanitizer: one correction engine on many threads, and the owner of the clipboard.
+# Tests of what has threads, under ThreadSanitizer: one correction engine on many threads, the service's workers and
+# its server, and the owner of the clipboard.
 #
 # Debian's Qt is not instrumented. ThreadSanitizer sees standard threads, locks and atomics, and calls a race what only Qt's own locks
-# put in order; so ignore_noninstrumented_modules leaves out what happens inside such libraries, and what hands work to threads
-# through Qt (tst_http_server) is not run here. That a race is found with these very options is proved first.
+# put in order; so ignore_noninstrumented_modules leaves out what happens inside such libraries, and what hands
+# work to threads does so through standard locks. That a race is found with these very options is proved first.
 #
-#   tsan.sh [TEST…]        tst_engine_threads tst_x11pasteboard by default
+#   tsan.sh [TEST…]        tst_engine_threads tst_worker_pool tst_http_server tst_x11pasteboard by default
 set -euo pipefail
 root=$(cd "$(dirname "$(readlink -f "${BASH_SOURCE[0]}")")/.." && pwd)
 cd "$root"
 tests=("$@")
-[ ${#tests[@]} -gt 0 ] || tests=(tst_engine_threads tst_x11pasteboard)
+[ ${#tests[@]} -gt 0 ] || tests=(tst_engine_threads tst_worker_pool tst_http_server tst_x11pasteboard)
 build=$root/build/tsan
 # die_after_fork: a test starts another program while its own threads run, and threads after that.
 export TSAN_OPTIONS="ignore_noninstrumented_modules=1 die_after_fork=0 exitcode=66"
