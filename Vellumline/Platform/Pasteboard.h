@@ -62,6 +62,9 @@ class Pasteboard {
     /// Changes whenever anybody, this program included, takes or gives up the pasteboard. Only "differs" has
     /// meaning. Known without asking another process.
     virtual qint64 changeCount() const = 0;
+    /// Whether the program that has this window (`Workspace::Application::window`) put there what is on the
+    /// pasteboard; false where that is not known.
+    virtual bool isFrom(quint64 window) const = 0;
     /// Ends when the change count changes next, or after so long.
     virtual QCoro::Task<void> nextChange(std::chrono::milliseconds limit) = 0;
     /// Every item with every type and its bytes, within the adapter's time and size budget.

@@ -1,6 +1,8 @@
 #pragma once
 
+#include <QCoroTask>
 #include <QUrl>
+#include <chrono>
 #include <optional>
 
 namespace vellumline {
@@ -23,6 +25,9 @@ class Workspace {
     /// The program whose window has the user's input now; nothing when there is none or it does not say who
     /// it is.
     virtual std::optional<Application> frontmostApplication() const = 0;
+    /// True once that program has taken the keys that were sent to its window before this call, however late
+    /// it comes to them. False when it cannot be asked, its window goes, or the time is over.
+    virtual QCoro::Task<bool> hasTakenInput(Application application, std::chrono::milliseconds limit) = 0;
     /// Gives the user's input to that program: its topmost window becomes the active one. Nothing happens
     /// when it has none any more.
     virtual void activate(const Application& application) = 0;

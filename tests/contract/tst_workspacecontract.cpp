@@ -6,8 +6,13 @@
 #include <unistd.h>
 
 using namespace vellumline;
+using namespace std::chrono_literals;
 
 namespace {
+
+QCoro::Task<void> keep(QCoro::Task<bool> asked, std::optional<bool>* answer) {
+    *answer = co_await asked;
+}
 
 /// A desktop with other programs on it.
 class Bench {
@@ -20,6 +25,8 @@ class Bench {
     virtual void putBehind(qint64 processIdentifier, qint64 inFront) = 0;
     virtual QList<QUrl> openedURLs() = 0;
     virtual int beeps() = 0;
+    /// The program in front works off what it was sent.
+    virtual void takeInput() = 0;
 };
 
 class FakeBench final : public Bench {
@@ -27,14 +34,20 @@ class FakeBench final : public Bench {
     Workspace& workspace() override { return workspace_; }
     void bringToFront(qint64 processIdentifier) override {
         workspace_.front = Workspace::Application{processIdentifier};
+        workspace_.takesInput.emplace();
     }
-    void leaveNobodyInFront() override { workspace_.front.reset(); }
+    void leaveNobodyInFront() override {
+        workspace_.front.reset();
+        if (workspace_.takesInput)
+            workspace_.takesInput->set(false);
+    }
     void putBehind(qint64 processIdentifier, qint64 inFront) override {
         workspace_.behind = {Workspace::Application{processIdentifier}};
         bringToFront(inFront);
     }
     QList<QUrl> openedURLs() override { return workspace_.openedURLs(); }
     int beeps() override { return workspace_.beeps(); }
+    void takeInput() override { workspace_.takesInput->set(true); }
 
   private:
     FakeWorkspace workspace_;
@@ -63,6 +76,9 @@ class X11Bench final : public Bench {
         const auto pid = static_cast<std::uint32_t>(processIdentifier);
         xcb_change_property(program_->raw(), XCB_PROP_MODE_REPLACE, window, program_->atom("_NET_WM_PID"),
                             XCB_ATOM_CARDINAL, 32, 1, &pid);
+        const xcb_atom_t ping = program_->atom("_NET_WM_PING");
+        xcb_change_property(program_->raw(), XCB_PROP_MODE_REPLACE, window, program_->atom("WM_PROTOCOLS"),
+                            XCB_ATOM_ATOM, 32, 1, &ping);
         xcb_map_window(program_->raw(), window);
         program_->sync();
         QTRY_COMPARE(workspace_.activeWindow(), window); // the window manager has made it the active one
@@ -77,6 +93,21 @@ class X11Bench final : public Bench {
         QTRY_COMPARE(workspace_.activeWindow(), xcb_window_t{XCB_WINDOW_NONE});
     }
     QList<QUrl> openedURLs() override { return opened_; }
+    void takeInput() override {
+        // EWMH, _NET_WM_PING: the question goes back as it came, to the root window.
+        program_->sync();
+        while (auto* event = xcb_poll_for_event(program_->raw())) {
+            const XcbReply<xcb_generic_event_t> owned(event);
+            if (eventType(*event) != XCB_CLIENT_MESSAGE)
+                continue;
+            auto answer = reinterpret_cast<const xcb_client_message_event_t&>(*event);
+            answer.window = program_->root();
+            xcb_send_event(program_->raw(), 0, program_->root(),
+                           XCB_EVENT_MASK_SUBSTRUCTURE_NOTIFY | XCB_EVENT_MASK_SUBSTRUCTURE_REDIRECT,
+                           reinterpret_cast<const char*>(&answer));
+        }
+        program_->sync();
+    }
     int beeps() override {
         const XcbReply<xcb_get_input_focus_reply_t> done(
             xcb_get_input_focus_reply(connection_->raw(), xcb_get_input_focus(connection_->raw()), nullptr));
@@ -147,10 +178,30 @@ class WorkspaceContract : public QObject {
         QTest::qWait(100);
         QCOMPARE(bench_->workspace().frontmostApplication(), Workspace::Application{getpid()});
     }
+    void aProgramHasTakenItsInputOnceItSaysSo() {
+        bench_->bringToFront(getpid());
+        std::optional<bool> taken;
+        auto task =
+            keep(bench_->workspace().hasTakenInput(*bench_->workspace().frontmostApplication(), 10s), &taken);
+        QTest::qWait(100);
+        QVERIFY(!taken);
+        bench_->takeInput();
+        QTRY_COMPARE(taken, true);
+    }
     void linksAreOpenedAsTheyAre() {
         const QUrl url(QStringLiteral("https://example.com/login/?app_challenge=a%20b&x=1#part"));
         bench_->workspace().openURL(url);
         QTRY_COMPARE(bench_->openedURLs(), QList<QUrl>({url}));
+    }
+    void aProgramWhoseWindowGoesHasTakenNothing() {
+        bench_->bringToFront(getpid());
+        std::optional<bool> taken;
+        auto task =
+            keep(bench_->workspace().hasTakenInput(*bench_->workspace().frontmostApplication(), 10s), &taken);
+        QTest::qWait(50);
+        QVERIFY(!taken);
+        bench_->leaveNobodyInFront();
+        QTRY_COMPARE(taken, false);
     }
     void oneBeepIsOneBeep() {
         QCOMPARE(bench_->beeps(), 0);

@@ -150,6 +150,22 @@ class X11PasteboardTest : public QObject {
         QCOMPARE(reader.request("TEXT")->type, QByteArray("UTF8_STRING"));
     }
 
+    void whoCopiedIsKnownByAnyOfTheirWindows() {
+        PlainClient program;
+        PlainClient other;
+        const xcb_window_t another = xcb_generate_id(program.raw());
+        QVERIFY(!board_->isFrom(another));
+        const auto count = board_->changeCount();
+        xcb_set_selection_owner(program.raw(), program.window(), program.atom("CLIPBOARD"), XCB_CURRENT_TIME);
+        program.sync();
+        QTRY_VERIFY(board_->changeCount() != count);
+        QVERIFY(board_->isFrom(another));
+        QVERIFY(!board_->isFrom(other.window()));
+        QVERIFY(!board_->isFrom(XCB_WINDOW_NONE));
+        QVERIFY(QCoro::waitFor(board_->write({correction("ours")})));
+        QVERIFY(!board_->isFrom(another));
+    }
+
     void aLargeTypeIsSentInPieces() {
         PasteboardItem item;
         item.set(QStringLiteral("image/bmp"), patternOf(5 << 20));

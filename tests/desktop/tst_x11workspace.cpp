@@ -1,6 +1,7 @@
 #include "Vellumline/Platform/X11/X11Workspace.h"
 #include "desktop/X11TestClient.h"
 
+#include <QCoroTask>
 #include <QDBusConnection>
 #include <QDBusContext>
 #include <QDBusMessage>
@@ -180,6 +181,27 @@ class X11WorkspaceTest : public QObject {
         bringToFront(both);
         QCOMPARE(workspace_->activeWindowClass(),
                  (X11Workspace::WindowClass{QStringLiteral("gimp-2.10"), QStringLiteral("Gimp")}));
+    }
+    void aProgramThatCannotBeAskedOrDoesNotAnswerHasTakenNothing_data() {
+        QTest::addColumn<bool>("takesPart");
+        QTest::addColumn<bool>("exists");
+        QTest::newRow("it does not take part in the protocol") << false << true;
+        QTest::newRow("it does not answer in time") << true << true;
+        QTest::newRow("its window is not there") << true << false;
+    }
+    void aProgramThatCannotBeAskedOrDoesNotAnswerHasTakenNothing() {
+        QFETCH(const bool, takesPart);
+        QFETCH(const bool, exists);
+        Program program;
+        if (takesPart) {
+            const xcb_atom_t ping = program.atom("_NET_WM_PING");
+            xcb_change_property(program.raw(), XCB_PROP_MODE_REPLACE, program.window(),
+                                program.atom("WM_PROTOCOLS"), XCB_ATOM_ATOM, 32, 1, &ping);
+        }
+        program.show();
+        const xcb_window_t window = exists ? program.window() : xcb_generate_id(program.raw());
+        QVERIFY(
+            !QCoro::waitFor(workspace_->hasTakenInput({getpid(), window}, std::chrono::milliseconds(50))));
     }
     void withoutAWindowManagerTheFocusedWindowIsInFront() {
         QProcess server;

@@ -20,6 +20,9 @@ class FakePasteboard final : public Pasteboard {
     explicit FakePasteboard(Clock& clock, QStringList* sharedLog = nullptr);
 
     qint64 changeCount() const override;
+    bool isFrom(quint64 window) const override {
+        return !state_->ours && window != 0 && window == copiesFrom;
+    }
     QCoro::Task<void> nextChange(std::chrono::milliseconds limit) override;
     QCoro::Task<PasteboardContents> contents() override;
     QCoro::Task<std::optional<QByteArray>> data(QString type) override;
@@ -55,6 +58,7 @@ class FakePasteboard final : public Pasteboard {
     bool ownerHangs = false;
     /// What contents() says of readable contents.
     PasteboardContents::Completeness completeness = PasteboardContents::Completeness::complete;
+    quint64 copiesFrom = 0;       ///< the window of the program that copies elsewhere
     bool refusesWrites = false;   ///< write() answers false and changes nothing
     bool logsChangeCount = false; ///< a polling caller floods the log
     /// Runs at the end of every write and clear of this program: another program that takes the pasteboard

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Vellumline/AsyncResult.h"
 #include "Vellumline/Platform/Workspace.h"
 #include "tests/fakes/CallLog.h"
 
@@ -8,7 +9,7 @@
 namespace vellumline {
 
 /// A desktop whose front application the test chooses. In the call log: "frontmostApplication",
-/// "activate(42)", "openURL(https://…)", "beep".
+/// "hasTakenInput(42)", "activate(42)", "openURL(https://…)", "beep".
 class FakeWorkspace final : public Workspace {
   public:
     explicit FakeWorkspace(QStringList* sharedLog = nullptr) : log_(sharedLog) {}
@@ -16,6 +17,13 @@ class FakeWorkspace final : public Workspace {
     std::optional<Application> frontmostApplication() const override {
         log_.add(QStringLiteral("frontmostApplication"));
         return front;
+    }
+    QCoro::Task<bool> hasTakenInput(Application application, std::chrono::milliseconds /*limit*/) override {
+        log_.add(QStringLiteral("hasTakenInput(%1)").arg(application.processIdentifier));
+        if (!takesInput)
+            co_return false;
+        const AsyncResult<bool> answer = *takesInput;
+        co_return co_await answer;
     }
     void activate(const Application& application) override {
         log_.add(QStringLiteral("activate(%1)").arg(application.processIdentifier));
@@ -32,6 +40,8 @@ class FakeWorkspace final : public Workspace {
     }
 
     std::optional<Application> front;
+    /// Set when the program in front has taken its input; without it no program can be asked.
+    std::optional<AsyncResult<bool>> takesInput;
     QList<Application> behind; ///< programs with a window that is not in front
 
     const QList<QUrl>& openedURLs() const { return opened_; }

@@ -196,6 +196,13 @@ qint64 X11Pasteboard::changeCount() const {
     return changeCount_;
 }
 
+bool X11Pasteboard::isFrom(quint64 window) const {
+    // All windows of a client share the upper part of their ids, and programs own a selection with a helper
+    // window of the same connection.
+    return server_ && owner_ != XCB_WINDOW_NONE && window != XCB_WINDOW_NONE && !ownsClipboard() &&
+           server_->clientBase(owner_) == server_->clientBase(static_cast<xcb_window_t>(window));
+}
+
 // Reading.
 
 QCoro::Task<std::optional<QStringList>> X11Pasteboard::offeredTargets() {

@@ -39,6 +39,7 @@ class X11Pasteboard final : public QObject, public Pasteboard {
     ~X11Pasteboard() override;
 
     qint64 changeCount() const override;
+    bool isFrom(quint64 window) const override;
     QCoro::Task<void> nextChange(std::chrono::milliseconds limit) override;
     QCoro::Task<PasteboardContents> contents() override;
     QCoro::Task<std::optional<QByteArray>> data(QString type) override;

@@ -1,5 +1,7 @@
 #include "Vellumline/Platform/X11/X11Workspace.h"
 
+#include "Vellumline/Platform/X11/X11Ping.h"
+
 #include <QDBusConnection>
 #include <QDBusMessage>
 #include <QDBusPendingCallWatcher>
@@ -158,6 +160,10 @@ std::optional<Workspace::Application> X11Workspace::frontmostApplication() const
     const xcb_window_t window = activeWindow();
     const qint64 process = window != XCB_WINDOW_NONE ? processOf(window) : 0;
     return process != 0 ? std::optional(Application{process, window}) : std::nullopt;
+}
+
+QCoro::Task<bool> X11Workspace::hasTakenInput(Application application, std::chrono::milliseconds limit) {
+    return X11Ping::answered(static_cast<xcb_window_t>(application.window), limit);
 }
 
 void X11Workspace::activate(const Application& application) {

@@ -21,6 +21,7 @@ class X11Workspace final : public Workspace {
     explicit X11Workspace(X11Connection& connection, Launcher launcher = {});
 
     std::optional<Application> frontmostApplication() const override;
+    QCoro::Task<bool> hasTakenInput(Application application, std::chrono::milliseconds limit) override;
     void activate(const Application& application) override;
     void openURL(const QUrl& url) override;
     void beep() override;
