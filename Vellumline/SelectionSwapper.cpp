@@ -43,6 +43,7 @@ QCoro::Task<RewriteOutcome> SelectionSwapper::rewrite() {
         break;
     }
 
+    co_await lateCopy_.finish();
     const ClipboardSnapshot snapshot = co_await ClipboardSnapshot::capture(pasteboard_);
     markStep(clock_, "snapshot");
     // Copying would take the pasteboard from an owner that we could not read: what the user had would be
@@ -55,7 +56,8 @@ QCoro::Task<RewriteOutcome> SelectionSwapper::rewrite() {
 
     co_await guardian_.hold(snapshot.items());
     markStep(clock_, "guarded");
-    const std::optional<CapturedSelection> captured = co_await copySelection(snapshot);
+    const std::optional<CapturedSelection> captured =
+        co_await copySelection(snapshot, answer.target.application);
     guardian_.settle();
 
     QString text;
@@ -131,6 +133,7 @@ QCoro::Task<RewriteOutcome> SelectionSwapper::paste(QString text, std::optional<
                                                     ClipboardSnapshot snapshot, ProbeTarget target) {
     if (stopped_)
         co_return RewriteOutcome::problem(RewriteProblem::Kind::failed);
+    co_await lateCopy_.finish();
     ++borrowed_;
     guardian_.borrow();
     const auto returned = qScopeGuard([this] { --borrowed_; });
@@ -174,7 +177,8 @@ QCoro::Task<void> SelectionSwapper::giveBack(ClipboardSnapshot snapshot, qint64 
     guardian_.settle();
 }
 
-QCoro::Task<std::optional<CapturedSelection>> SelectionSwapper::copySelection(ClipboardSnapshot snapshot) {
+QCoro::Task<std::optional<CapturedSelection>>
+SelectionSwapper::copySelection(ClipboardSnapshot snapshot, std::optional<Workspace::Application> program) {
     ++borrowed_;
     const auto returned = qScopeGuard([this] { --borrowed_; });
     const qint64 start = pasteboard_.changeCount();
@@ -182,8 +186,11 @@ QCoro::Task<std::optional<CapturedSelection>> SelectionSwapper::copySelection(Cl
     markStep(clock_, "copy posted");
     const bool changed = co_await waitForChange(start);
     markStep(clock_, "settled");
-    if (!changed)
+    if (!changed) {
+        if (program)
+            lateCopy_.expect(snapshot, start, *program);
         co_return std::nullopt;
+    }
 
     const std::optional<QString> text = co_await pasteboard_.string();
     std::optional<QByteArray> rtf;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Vellumline/ClipboardSnapshot.h"
+#include "Vellumline/LateCopy.h"
 #include "Vellumline/Platform/Accessibility.h"
 #include "Vellumline/Platform/ClipboardGuardian.h"
 #include "Vellumline/Platform/Clock.h"
@@ -28,7 +29,8 @@ struct CapturedSelection {
 };
 
 /// One correction of the text that is selected in the front application: probe, snapshot, copy, restore,
-/// send, paste, wait, restore. Keeps no state between runs. Main thread only; every wait is a suspension.
+/// send, paste, wait, restore. Keeps no state between runs but the watch for a copy that comes too late. Main
+/// thread only; every wait is a suspension.
 class SelectionSwapper final : public SelectionRewriter {
   public:
     SelectionSwapper(TokenStore& store, Accessibility& accessibility, SelectionProbe& probe,
@@ -44,12 +46,17 @@ class SelectionSwapper final : public SelectionRewriter {
     void openAccessibilitySettings() override;
 
     /// From now on nothing more is copied or pasted: a run that waits for its answer ends as failed.
-    void stop() { stopped_ = true; }
+    void stop() {
+        stopped_ = true;
+        lateCopy_.cancel();
+    }
     /// Whether a run has the user's clipboard at this moment.
-    bool holdsClipboard() const { return borrowed_ > 0; }
+    bool holdsClipboard() const { return borrowed_ > 0 || lateCopy_.isGivingBack(); }
 
-    /// Copies the selection and gives the pasteboard back at once. Nothing when nothing was copied.
-    QCoro::Task<std::optional<CapturedSelection>> copySelection(ClipboardSnapshot snapshot);
+    /// Copies the selection of that program and gives the pasteboard back at once. Nothing when nothing was
+    /// copied in time; what is copied later is undone.
+    QCoro::Task<std::optional<CapturedSelection>>
+    copySelection(ClipboardSnapshot snapshot, std::optional<Workspace::Application> program);
     /// True when the pasteboard has changed since `start` and been quiet for the settle time, or at the
     /// deadline.
     QCoro::Task<bool> waitForChange(qint64 start);
@@ -75,6 +82,7 @@ class SelectionSwapper final : public SelectionRewriter {
     Workspace& workspace_;
     const UserDefaults& defaults_;
     Clock& clock_;
+    LateCopy lateCopy_{pasteboard_, workspace_};
     int borrowed_ = 0;
     bool stopped_ = false;
 };

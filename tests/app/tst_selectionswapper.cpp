@@ -45,6 +45,17 @@ struct Desktop {
         });
     }
     void ignoresKeys() { keys.setAnswer({}); }
+    void hangs() {
+        ignoresKeys();
+        workspace.front = Workspace::Application{42, 7};
+        workspace.takesInput.emplace();
+        pasteboard.copiesFrom = 7;
+    }
+    void letTimePass() {
+        do {
+            QTest::qWait(0);
+        } while (service.clock.advanceToNextSleep());
+    }
     FakeElement& field(qint64 length = 3) {
         return accessibility.focus(42, QStringLiteral("field"))
             .set(AccessibilityAttribute::selectedTextRange, TextRange{0, length})
@@ -110,6 +121,12 @@ class SelectionSwapperTest : public QObject {
     void anUnreadableOwnerEndsTheRunBeforeAnythingIsTouched();
     void aTargetThatIgnoresCopyingEndsAfter800Milliseconds();
     void aTargetThatIgnoresCopyingIsCorrectedFromTheProbesText();
+    void aCopyThatComesTooLateIsUndone_data();
+    void aCopyThatComesTooLateIsUndone();
+    void whatTheUserCopiesElsewhereMeanwhileStays();
+    void whatTheUserCopiesAfterTheProgramHasWorkedOffItsInputStays();
+    void theNextRunEndsTheWatchForALateCopy();
+    void theEndOfTheProgramEndsTheWatchForALateCopy();
     void aCopyWithoutTextIsGivenBack();
     void whiteSpaceAloneIsNoSelection();
     void exactly4000CharactersAreSent();
@@ -214,6 +231,80 @@ void SelectionSwapperTest::aTargetThatIgnoresCopyingIsCorrectedFromTheProbesText
     QVERIFY(desktop.run() == RewriteOutcome::rewrote());
     QVERIFY(desktop.atPaste == QList{Clipboard::privateItem(QStringLiteral("fixed"), std::nullopt)});
     QVERIFY(desktop.isGivenBack());
+}
+
+void SelectionSwapperTest::aCopyThatComesTooLateIsUndone_data() {
+    QTest::addColumn<bool>("beforeItsAnswer");
+    QTest::newRow("before it says that it has taken its input") << true;
+    QTest::newRow("just after that") << false;
+}
+
+void SelectionSwapperTest::aCopyThatComesTooLateIsUndone() {
+    QFETCH(const bool, beforeItsAnswer);
+    Desktop desktop;
+    desktop.hangs();
+    QVERIFY(desktop.run() == RewriteOutcome::problem(Problem::noSelection));
+    QVERIFY(desktop.isUntouched());
+    if (beforeItsAnswer)
+        desktop.pasteboard.copyElsewhere(QStringLiteral("teh"));
+    desktop.workspace.takesInput->set(true);
+    if (!beforeItsAnswer)
+        desktop.pasteboard.copyElsewhere(QStringLiteral("teh"));
+    desktop.letTimePass();
+    QVERIFY(desktop.isGivenBack());
+    QVERIFY(!desktop.swapper.holdsClipboard());
+}
+
+void SelectionSwapperTest::whatTheUserCopiesElsewhereMeanwhileStays() {
+    Desktop desktop;
+    desktop.hangs();
+    desktop.run();
+    desktop.pasteboard.copiesFrom = 8;
+    desktop.pasteboard.copyElsewhere(QStringLiteral("from another window"));
+    desktop.workspace.takesInput->set(true);
+    desktop.letTimePass();
+    QCOMPARE(desktop.pasteboard.items(), {FakePasteboard::textItem(QStringLiteral("from another window"))});
+}
+
+void SelectionSwapperTest::whatTheUserCopiesAfterTheProgramHasWorkedOffItsInputStays() {
+    Desktop desktop;
+    desktop.hangs();
+    desktop.run();
+    desktop.workspace.takesInput->set(true);
+    desktop.letTimePass();
+    desktop.pasteboard.copyElsewhere(QStringLiteral("by the user"));
+    desktop.letTimePass();
+    QCOMPARE(desktop.pasteboard.items(), {FakePasteboard::textItem(QStringLiteral("by the user"))});
+}
+
+void SelectionSwapperTest::theNextRunEndsTheWatchForALateCopy() {
+    Desktop desktop;
+    desktop.hangs();
+    desktop.run();
+    auto first = *desktop.workspace.takesInput;
+    desktop.workspace.takesInput.reset();
+    QVERIFY(desktop.run() == RewriteOutcome::problem(Problem::noSelection));
+    desktop.pasteboard.copyElsewhere(QStringLiteral("by the user"));
+    first.set(true);
+    desktop.letTimePass();
+    QCOMPARE(desktop.pasteboard.items(), {FakePasteboard::textItem(QStringLiteral("by the user"))});
+}
+
+void SelectionSwapperTest::theEndOfTheProgramEndsTheWatchForALateCopy() {
+    auto desktop = std::make_unique<Desktop>();
+    desktop->hangs();
+    desktop->run();
+    auto takesInput = *desktop->workspace.takesInput;
+    desktop.reset();
+    takesInput.set(true); // for AddressSanitizer to look at
+    Desktop quitting;
+    quitting.hangs();
+    quitting.run();
+    quitting.swapper.stop();
+    quitting.pasteboard.copyElsewhere(QStringLiteral("teh"));
+    quitting.workspace.takesInput->set(true);
+    quitting.letTimePass();
+    QCOMPARE(quitting.pasteboard.items(), {FakePasteboard::textItem(QStringLiteral("teh"))});
 }
 
 void SelectionSwapperTest::aCopyWithoutTextIsGivenBack() {

@@ -11,7 +11,7 @@ import traceback
 ROOT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
 sys.path.insert(0, os.path.join(ROOT, "demo"))
 
-from desktop import (KEYRING_SERVICE, Failure, Programs, activate, active_window, click, clipboard,  # noqa: E402
+from desktop import (KEYRING_SERVICE, MARKER_TARGETS, Failure, Programs, activate, active_window, click, clipboard,  # noqa: E402
                      editable_text_of, keep_session, node_of, press, run, same_contents, say, screenshot, selected_text_of,
                      service_answers, service_port, set_default_browser, text_of, wait_for, welcomed, window_of)
 from gi.repository import Atspi, GLib  # noqa: E402
