@@ -375,10 +375,14 @@ class Soak:
                         "the text changed once more")
         except Failure as failure:
             after = clipboard()
-            raise Failure(f"{label}: {failure}\n  the program says {run(self.program.args[0], 'status')}\n  keys down {self.keys.down()}"
-                          f"\n  the text was {ascii(text[:100])}\n  the text is  {ascii(editor.text()[:100])}"
-                          f"\n  the service had {ascii(self.service.body[:100])}"
-                          f"\n  the clipboard had {before}\n  the clipboard has {after}") from failure
+            seen = Failure(f"{label}: {failure}\n  the program says {run(self.program.args[0], 'status')}\n  keys down {self.keys.down()}"
+                           f"\n  the text was {ascii(text[:100])}\n  the text is  {ascii(editor.text()[:100])}"
+                           f"\n  the service had {ascii(self.service.body[:100])}"
+                           f"\n  the clipboard had {before}\n  the clipboard has {after}")
+            # What this round has left under way is none of the next one's.
+            wait_for("the program to be done", 30, lambda: json.loads(
+                run(self.program.args[0], "status", "--json") or b"{}").get("busy") is False, 0.2)
+            raise seen from failure
         finally:
             if layout:
                 set_layout("us")
