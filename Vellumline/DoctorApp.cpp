@@ -3,11 +3,11 @@
 #include "Vellumline/API.h"
 #include "Vellumline/AuthConfig.h"
 #include "Vellumline/Command.h"
+#include "Vellumline/DesktopAdapters.h"
 #include "Vellumline/Doctor.h"
 #include "Vellumline/DoctorWindow.h"
 #include "Vellumline/HotkeyMonitor.h"
 #include "Vellumline/MenuStatus.h"
-#include "Vellumline/Platform/Linux/AtSpiAccessibility.h"
 #include "Vellumline/Platform/Linux/DBusApplication.h"
 #include "Vellumline/Platform/Linux/GuardianProcess.h"
 #include "Vellumline/Platform/Linux/LinuxDesktopSurvey.h"
@@ -16,13 +16,8 @@
 #include "Vellumline/Platform/Linux/SettingsDefaults.h"
 #include "Vellumline/Platform/QtHTTPTransport.h"
 #include "Vellumline/Platform/SystemClock.h"
-#include "Vellumline/Platform/X11/X11Connection.h"
-#include "Vellumline/Platform/X11/X11Hotkeys.h"
-#include "Vellumline/Platform/X11/X11KeyEvents.h"
 #include "Vellumline/Platform/X11/X11Pasteboard.h"
-#include "Vellumline/Platform/X11/X11Workspace.h"
 #include "Vellumline/RewriteClient.h"
-#include "Vellumline/SelectionProbe.h"
 #include "Vellumline/SelectionSwapper.h"
 #include "Vellumline/SessionRefresher.h"
 #include "Vellumline/TokenStore.h"
@@ -74,12 +69,7 @@ struct DoctorApp::Parts {
     std::unique_ptr<X11Connection> connection = X11Connection::open();
     LinuxDesktopSurvey survey{connection.get()};
     std::unique_ptr<X11Pasteboard> pasteboard;
-    std::unique_ptr<X11KeyEvents> keyEvents;
-    std::unique_ptr<X11SecureInput> secureInput;
-    std::unique_ptr<X11Hotkeys> hotkeys;
-    std::unique_ptr<X11Workspace> workspace;
-    std::unique_ptr<AtSpiAccessibility> accessibility;
-    std::unique_ptr<SelectionProbe> probe;
+    std::unique_ptr<DesktopAdapters> desktop;
 
     SecretServiceKeychain keychain;
     TokenStore store{keychain, {}};
@@ -139,8 +129,8 @@ QCoro::Task<void> DoctorApp::Parts::run() {
     add(examine::links(links));
     if (pasteboard) {
         guardian.start();
-        const Finding keys =
-            co_await examine::keys(window, *pasteboard, guardian, *keyEvents, *secureInput, clock);
+        const Finding keys = co_await examine::keys(window, *pasteboard, guardian, desktop->keyEvents,
+                                                    desktop->secureInput, clock);
         add(keys);
         if (keys.verdict == Finding::Verdict::good)
             co_await correct();
@@ -164,28 +154,19 @@ QCoro::Task<void> DoctorApp::Parts::run() {
 }
 
 QCoro::Task<void> DoctorApp::Parts::lookAtTheScreen() {
-    keyEvents = std::make_unique<X11KeyEvents>(*connection);
-    secureInput = std::make_unique<X11SecureInput>(*connection);
-    hotkeys = std::make_unique<X11Hotkeys>(*connection);
-    workspace = std::make_unique<X11Workspace>(*connection);
-    accessibility = std::make_unique<AtSpiAccessibility>([this] {
-        const X11Workspace::WindowClass windowClass = workspace->activeWindowClass();
-        return QStringList{windowClass.instance, windowClass.name};
-    });
-    probe = std::make_unique<SelectionProbe>(*accessibility, *workspace, *secureInput);
-
+    desktop = std::make_unique<DesktopAdapters>(*connection);
     if (program.answer == DBusApplication::Answer::given) {
         add(examine::shortcut(textIn(program.facts, "shortcut"),
                               program.facts.value(QStringLiteral("shortcutRegistered")).toBool()));
     } else {
         const HotkeyBinding binding = HotkeyBinding::load(defaults);
-        HotkeyMonitor monitor(*hotkeys);
+        HotkeyMonitor monitor(desktop->hotkeys);
         add(examine::shortcut(binding.label(), monitor.registerBinding(binding)));
     }
-    const bool reached = co_await accessibility->ready();
+    const bool reached = co_await desktop->accessibility.ready();
     add(examine::accessibility(reached));
-    const QString front = workspace->activeWindowClass().name;
-    const ProbeAnswer answer = co_await probe->focused();
+    const QString front = desktop->workspace.activeWindowClass().name;
+    const ProbeAnswer answer = co_await desktop->probe.focused();
     add(examine::focus(front, answer));
     const Finding clipboard = co_await examine::clipboard(*pasteboard, clock);
     add(clipboard);
@@ -235,8 +216,8 @@ QCoro::Task<void> DoctorApp::Parts::correctByTheProgram() {
 }
 
 QCoro::Task<void> DoctorApp::Parts::correctHere() {
-    SelectionSwapper swapper(store, *accessibility, *probe, *pasteboard, guardian, *keyEvents, rewriteClient,
-                             *workspace, defaults, clock);
+    SelectionSwapper swapper(store, desktop->accessibility, desktop->probe, *pasteboard, guardian,
+                             desktop->keyEvents, rewriteClient, desktop->workspace, defaults, clock);
     const RewriteOutcome outcome = co_await swapper.rewrite();
     switch (outcome.kind) {
     case RewriteOutcome::Kind::rewrote:

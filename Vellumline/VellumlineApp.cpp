@@ -7,9 +7,9 @@
 #include "Vellumline/AppStatus.h"
 #include "Vellumline/AuthClient.h"
 #include "Vellumline/AuthConfig.h"
+#include "Vellumline/DesktopAdapters.h"
 #include "Vellumline/HotkeyMonitor.h"
 #include "Vellumline/OnboardingWindow.h"
-#include "Vellumline/Platform/Linux/AtSpiAccessibility.h"
 #include "Vellumline/Platform/Linux/DBusApplication.h"
 #include "Vellumline/Platform/Linux/DesktopStatusItem.h"
 #include "Vellumline/Platform/Linux/GuardianProcess.h"
@@ -22,17 +22,12 @@
 #include "Vellumline/Platform/QtHTTPTransport.h"
 #include "Vellumline/Platform/SystemClock.h"
 #include "Vellumline/Platform/X11/VirtualKeyCodes.h"
-#include "Vellumline/Platform/X11/X11Connection.h"
-#include "Vellumline/Platform/X11/X11Hotkeys.h"
-#include "Vellumline/Platform/X11/X11KeyEvents.h"
 #include "Vellumline/Platform/X11/X11MouseMonitor.h"
 #include "Vellumline/Platform/X11/X11PanelColor.h"
 #include "Vellumline/Platform/X11/X11PanelWindow.h"
 #include "Vellumline/Platform/X11/X11Pasteboard.h"
-#include "Vellumline/Platform/X11/X11Workspace.h"
 #include "Vellumline/PromptPanel.h"
 #include "Vellumline/RewriteClient.h"
-#include "Vellumline/SelectionProbe.h"
 #include "Vellumline/SelectionSwapper.h"
 #include "Vellumline/SessionRefresher.h"
 #include "Vellumline/StatusMenu.h"
@@ -105,12 +100,8 @@ struct VellumlineApp::Parts {
     GuardianProcess guardian{GuardianProcess::find()};
     std::unique_ptr<X11Connection> connection;
     std::unique_ptr<X11Pasteboard> pasteboard;
-    std::unique_ptr<X11KeyEvents> keyEvents;
-    std::unique_ptr<X11SecureInput> secureInput;
-    std::unique_ptr<X11Hotkeys> hotkeys;
-    std::unique_ptr<X11Workspace> workspace;
+    std::unique_ptr<DesktopAdapters> desktop;
     X11MouseMonitor mouseMonitor;
-    std::unique_ptr<AtSpiAccessibility> accessibility;
 
     SecretServiceKeychain keychain;
     TokenStore store{keychain, legacySessionFile()};
@@ -121,11 +112,10 @@ struct VellumlineApp::Parts {
     AuthClient authClient{transport, config};
     RewriteClient rewriteClient{api, config};
 
-    std::unique_ptr<SelectionProbe> probe;
     std::unique_ptr<SelectionSwapper> swapper;
     std::unique_ptr<HotkeyMonitor> hotkeyMonitor;
     QtKeyMonitor keyMonitor{VirtualKeyCodes::virtualKeyCode, [this](std::uint32_t scanCode) {
-                                return keyEvents ? keyEvents->characters(scanCode) : QString();
+                                return desktop ? desktop->keyEvents.characters(scanCode) : QString();
                             }};
     XdgAutostart autostart{{QStringLiteral("com.kelthorne.Vellumline"),
                             QStringLiteral("Vellumline"),
@@ -160,19 +150,12 @@ bool VellumlineApp::Parts::build() {
     pasteboard = X11Pasteboard::open();
     if (!connection || !pasteboard)
         return false;
-    keyEvents = std::make_unique<X11KeyEvents>(*connection);
-    secureInput = std::make_unique<X11SecureInput>(*connection);
-    hotkeys = std::make_unique<X11Hotkeys>(*connection);
-    workspace = std::make_unique<X11Workspace>(*connection);
-    accessibility = std::make_unique<AtSpiAccessibility>([this] {
-        const X11Workspace::WindowClass windowClass = workspace->activeWindowClass();
-        return QStringList{windowClass.instance, windowClass.name};
-    });
-    probe = std::make_unique<SelectionProbe>(*accessibility, *workspace, *secureInput);
+    desktop = std::make_unique<DesktopAdapters>(*connection);
     guardian.start();
-    swapper = std::make_unique<SelectionSwapper>(store, *accessibility, *probe, *pasteboard, guardian,
-                                                 *keyEvents, rewriteClient, *workspace, defaults, clock);
-    hotkeyMonitor = std::make_unique<HotkeyMonitor>(*hotkeys);
+    swapper = std::make_unique<SelectionSwapper>(store, desktop->accessibility, desktop->probe, *pasteboard,
+                                                 guardian, desktop->keyEvents, rewriteClient,
+                                                 desktop->workspace, defaults, clock);
+    hotkeyMonitor = std::make_unique<HotkeyMonitor>(desktop->hotkeys);
     return true;
 }
 
@@ -195,20 +178,20 @@ AppDelegate::Steps VellumlineApp::Parts::steps(VellumlineApp* app) {
                          [this, app](Command command) { carryOut(command, app); });
     };
     steps.makeModel = [this]() -> AppModel& {
-        model = std::make_unique<AppModel>(
-            AppModel::Dependencies{store, accountClient, authClient, *swapper, *hotkeyMonitor, keyMonitor,
-                                   *accessibility, autostart, *workspace, prompts, defaults, clock, config});
+        model = std::make_unique<AppModel>(AppModel::Dependencies{
+            store, accountClient, authClient, *swapper, *hotkeyMonitor, keyMonitor, desktop->accessibility,
+            autostart, desktop->workspace, prompts, defaults, clock, config});
         refresher.onRenewed = [model = QPointer<AppModel>(model.get())](const QString& displayName) {
             if (model)
                 model->adoptRenewedName(displayName);
         };
-        QObject::connect(accessibility.get(), &AtSpiAccessibility::trustChanged, model.get(),
+        QObject::connect(&desktop->accessibility, &AtSpiAccessibility::trustChanged, model.get(),
                          &AppModel::refreshTrust);
         return *model;
     };
     steps.startUpdater = [this] {
         updates = std::make_unique<Updates>(UpdateFeed::shared(), QCoreApplication::applicationVersion(),
-                                            *model, transport, *workspace, clock);
+                                            *model, transport, desktop->workspace, clock);
         updates->start();
     };
     steps.startStatusMenu = [this, app] {
@@ -220,11 +203,11 @@ AppDelegate::Steps VellumlineApp::Parts::steps(VellumlineApp* app) {
             onboarding->show();
         };
         actions.quit = [app] { app->quit(); };
-        actions.openLink = [this](const QUrl& link) { workspace->openURL(link); };
+        actions.openLink = [this](const QUrl& link) { desktop->workspace.openURL(link); };
         statusMenu = std::make_unique<StatusMenu>(*model, std::move(actions),
                                                   StatusMenu::Dependencies{statusItem, mouseMonitor,
-                                                                           keyMonitor, *workspace, clock,
-                                                                           X11PanelWindow::prepare});
+                                                                           keyMonitor, desktop->workspace,
+                                                                           clock, X11PanelWindow::prepare});
         statusMenu->start();
     };
     steps.showWelcomeWindow = [this] {
@@ -316,7 +299,7 @@ QCoro::Task<void> VellumlineApp::Parts::rewriteOnCommand() {
     // Where the desktop bound the command to a key, its grab lasts until the user lets that key go. Keys
     // would go to it and not to the text, and a grab is what a password field is known by.
     const auto deadline = clock.monotonic() + longestForeignPress;
-    while (secureInput->isSecureEventInputEnabled() && clock.monotonic() < deadline)
+    while (desktop->secureInput.isSecureEventInputEnabled() && clock.monotonic() < deadline)
         co_await clock.sleepFor(finishPoll);
     model->rewrite();
 }

@@ -64,10 +64,10 @@ check() {
     local core application adapters entry service every qt_headers header
     mapfile -t core < <(sources_in VellumlineCore)
     mapfile -t entry < <(find Vellumline -maxdepth 1 -name main.cpp -o -maxdepth 1 -name 'VellumlineApp.*' \
-        -o -maxdepth 1 -name 'DoctorApp.*' | sort)
+        -o -maxdepth 1 -name 'DoctorApp.*' -o -maxdepth 1 -name 'DesktopAdapters.*' | sort)
     mapfile -t adapters < <(sources_in Vellumline/Platform/X11 Vellumline/Platform/Linux)
     mapfile -t application < <(sources_in Vellumline |
-        grep -vE '^Vellumline/(Platform/(X11|Linux)/|main\.cpp$|(VellumlineApp|DoctorApp)\.(h|cpp)$)')
+        grep -vE '^Vellumline/(Platform/(X11|Linux)/|main\.cpp$|(VellumlineApp|DoctorApp|DesktopAdapters)\.(h|cpp)$)')
     mapfile -t service < <(sources_in VellumlineService)
     every=("${core[@]}" "${application[@]}" "${adapters[@]}" "${entry[@]}")
 
