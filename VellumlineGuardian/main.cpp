@@ -104,6 +104,10 @@ struct FreeReply {
 };
 template<class T> using Reply = std::unique_ptr<T, FreeReply>;
 
+struct Disconnect {
+    void operator()(xcb_connection_t* connection) const { xcb_disconnect(connection); }
+};
+
 xcb_atom_t clipboardAtom(xcb_connection_t* connection) {
     constexpr std::array name{'C', 'L', 'I', 'P', 'B', 'O', 'A', 'R', 'D'};
     const Reply<xcb_intern_atom_reply_t> reply(
@@ -119,7 +123,8 @@ xcb_window_t ownerOf(xcb_connection_t* connection, xcb_atom_t selection) {
 
 /// Offers the items until somebody else takes the clipboard or the X server goes away.
 void giveBack(const QList<PasteboardItem>& items, bool onlyIfNobodyHasIt) {
-    xcb_connection_t* connection = xcb_connect(nullptr, nullptr);
+    const std::unique_ptr<xcb_connection_t, Disconnect> owned(xcb_connect(nullptr, nullptr));
+    xcb_connection_t* connection = owned.get();
     if (xcb_connection_has_error(connection) != 0)
         return;
     const xcb_atom_t clipboard = clipboardAtom(connection);
