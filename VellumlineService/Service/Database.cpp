@@ -19,6 +19,9 @@ struct Database::Connection {
     QSqlDatabase database;
     std::unordered_map<const char*, std::unique_ptr<QSqlQuery>> prepared;
     bool inTransaction = false;
+    // SQLite opens a file that may not be written for reading only, and stays with that. Opened anew before
+    // the next write it is written again once it may be.
+    bool refusedWrite = false;
 
     ~Connection() {
         prepared.clear();
@@ -30,6 +33,7 @@ struct Database::Connection {
 namespace {
 
 std::atomic<quint64> nextDatabaseId = 1;
+constexpr int sqliteReadOnly = 8;
 
 bool execute(QSqlDatabase& database, const QString& statement) {
     QSqlQuery query(database);
@@ -202,19 +206,27 @@ QSqlQuery* Database::tryOnce(Connection& connection, const char* statement, cons
     if (query->exec()) {
         return query.get();
     }
+    const QString code = query->lastError().nativeErrorCode();
     if (report_) {
-        report_(query->lastError().nativeErrorCode());
+        report_(code);
+    }
+    // SQLITE_READONLY; the higher bits say why (sqlite.org/rescode.html).
+    if (address_.kind == DatabaseAddress::Kind::sqlite && (code.toInt() & 0xff) == sqliteReadOnly) {
+        connection.refusedWrite = true;
     }
     query->finish();
     return nullptr;
 }
 
 DatabaseAnswer Database::run(const char* statement, const QVariantList& values) {
+    const bool reads = qstrncmp(statement, "SELECT", 6) == 0;
+    if (!reads && connection().refusedWrite && !connection().inTransaction) {
+        dropConnection();
+    }
     Connection& first = connection();
     if (!first.database.isOpen()) {
         return DatabaseAnswer(nullptr);
     }
-    const bool reads = qstrncmp(statement, "SELECT", 6) == 0;
     if (address_.kind == DatabaseAddress::Kind::sqlite) {
         const QMutexLocker lock(reads || first.inTransaction ? nullptr : &writing_);
         return DatabaseAnswer(tryOnce(first, statement, values));
@@ -241,6 +253,9 @@ bool Database::inTransaction(const std::function<bool()>& work) {
     const QString begin = address_.kind == DatabaseAddress::Kind::sqlite ? QStringLiteral("BEGIN IMMEDIATE")
                                                                          : QStringLiteral("BEGIN");
     const QMutexLocker lock(address_.kind == DatabaseAddress::Kind::sqlite ? &writing_ : nullptr);
+    if (connection().refusedWrite) {
+        dropConnection();
+    }
     if (!connection().database.isOpen() || !execute(connection().database, begin)) {
         if (address_.kind == DatabaseAddress::Kind::sqlite) {
             return false;

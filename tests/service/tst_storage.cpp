@@ -7,10 +7,33 @@
 #include <QTest>
 #include <atomic>
 #include <csignal>
+#include <linux/capability.h>
 #include <sys/resource.h>
+#include <sys/syscall.h>
 #include <thread>
 
 using namespace vellumline;
+
+namespace {
+
+/// While it lives, the permissions of files count for this thread also when it is root's.
+class WithoutRootsPower {
+  public:
+    WithoutRootsPower() {
+        syscall(SYS_capget, &header_, held_);
+        __user_cap_data_struct fewer[2] = {held_[0], held_[1]};
+        fewer[0].effective &= ~(1U << CAP_DAC_OVERRIDE | 1U << CAP_DAC_READ_SEARCH);
+        syscall(SYS_capset, &header_, fewer);
+    }
+    Q_DISABLE_COPY_MOVE(WithoutRootsPower)
+    ~WithoutRootsPower() { syscall(SYS_capset, &header_, held_); }
+
+  private:
+    __user_cap_header_struct header_{_LINUX_CAPABILITY_VERSION_3, 0};
+    __user_cap_data_struct held_[2]{};
+};
+
+} // namespace
 
 /// What every database has to do. CTest runs it twice: on SQLite and on PostgreSQL.
 class StorageTest : public QObject {
@@ -211,6 +234,27 @@ class StorageTest : public QObject {
         QVERIFY(use == Storage::Use::storageFailure);
         QCOMPARE(storage_->localAccount()->rewritesUsed, qint64{0});
         QVERIFY(storage_->countRewrite(1, now * 1000) == Storage::Use::counted);
+    }
+    void aFileThatMayNotBeWrittenCountsNothingAndIsWrittenOnceItMayBe() {
+        const DatabaseAddress place = test::databaseAddress(address_);
+        if (place.kind != DatabaseAddress::Kind::sqlite) {
+            QSKIP("the permissions of the other database's files are its server's");
+        }
+        QVERIFY(storage_->localAccount());
+        storage_.reset();
+        const WithoutRootsPower power;
+        QVERIFY(QFile::setPermissions(place.path, QFile::ReadOwner));
+        storage_ = std::make_unique<Storage>(place);
+        const auto problem = storage_->open();
+        QVERIFY2(!problem, qPrintable(problem.value_or(QString())));
+        QVERIFY(storage_->countRewrite(1, now * 1000) == Storage::Use::storageFailure);
+        QCOMPARE(storage_->localAccount()->rewritesUsed, qint64{0});
+        for (const char* suffix : {"", "-wal", "-shm"}) {
+            QVERIFY(QFile::setPermissions(place.path + QLatin1String(suffix),
+                                          QFile::ReadOwner | QFile::WriteOwner));
+        }
+        QVERIFY(storage_->countRewrite(1, now * 1000) == Storage::Use::counted);
+        QCOMPARE(storage_->localAccount()->rewritesUsed, qint64{1});
     }
     void severalProcessesMayOpenANewDatabaseAtOnce() {
         const QString address = emptyDatabase();
