@@ -14,7 +14,8 @@ import threading
 import time
 
 from session import (KEYRING_SERVICE, MARKER_TARGETS, Failure, activate, bus, clipboard, keep_session, link_behind,
-                     main, press, run, same_contents, say, selected_text_of, text_of, wait_for, welcomed, window_of)
+                     main, press, run, same_contents, say, selected_text_of, service_answers, text_of, wait_for, welcomed,
+                     window_of)
 from killed import is_running, keys_down
 from prompts import SENTENCE, SHORTCUT, Editor
 from soak import Owner
@@ -319,6 +320,21 @@ def a_renewal_that_cannot_be_made_keeps_the_session(session, editor):
     expect_works(session, editor)
 
 
+def sign_in_at(session):
+    """Signs in at the service that runs, from nothing."""
+    session.forget_session()
+    session.start("--no-local-service")
+    session.open_link(link_behind(session.start_sign_in()))
+    wait_for("the sign-in", 10, lambda: status(session).get("accountState") == "signed-in", 0.1)
+    session.close_panel()
+
+
+def start_real_service(session, *before, **options):
+    """The service itself in the place of the stand-in, started with these words before it."""
+    return session.programs.start("service", *before, os.path.join(session.build, "VellumlineService", "vellumline-service"),
+                                  "--port", str(session.port), **options)
+
+
 def the_services_disk_is_full(session):
     """A limit of no bytes for a file refuses writes as a full disk does."""
     session.stand_in.stop()
@@ -327,13 +343,8 @@ def the_services_disk_is_full(session):
     def no_signal():  # a full disk sends none
         signal.signal(signal.SIGXFSZ, signal.SIG_IGN)
 
-    session.service = session.programs.start("service", os.path.join(session.build, "VellumlineService", "vellumline-service"),
-                                             "--port", str(session.port), preexec_fn=no_signal, restore_signals=False)
-    session.forget_session()
-    session.start("--no-local-service")
-    session.open_link(link_behind(session.start_sign_in()))
-    wait_for("the sign-in", 10, lambda: status(session).get("accountState") == "signed-in", 0.1)
-    session.close_panel()
+    session.service = start_real_service(session, preexec_fn=no_signal, restore_signals=False)
+    sign_in_at(session)
     editor = Editor(session)
     try:
         limit = ["prlimit", "--pid", str(session.service.pid)]
@@ -345,6 +356,51 @@ def the_services_disk_is_full(session):
         activate(editor.window)
         press(SHORTCUT)
         expect_corrected(session, editor)
+    finally:
+        editor.end()
+        session.stop_service()
+
+
+def the_services_database_is_read_only(session):
+    """With its folder the service does not start; the file alone refuses only what is written. Root may write what it likes, unless it is started without that power."""
+    session.stand_in.stop()
+    session.stand_in = None
+    weak = ("setpriv", "--bounding-set=-dac_override,-dac_read_search") if os.geteuid() == 0 else ()
+    folder = os.path.join(os.environ["XDG_DATA_HOME"], "vellumline-service")
+
+    def permit(mode):
+        for name in os.listdir(folder):
+            os.chmod(os.path.join(folder, name), mode)
+
+    def used():
+        answer = run(os.path.join(session.build, "VellumlineService", "vellumline-service"), "account", "show").decode()
+        return next(line for line in answer.splitlines() if "used" in line)
+
+    session.start_service()
+    sign_in_at(session)
+    session.stop_service()
+    permit(0o400)
+    before = used()
+    os.chmod(folder, 0o500)
+    refused = start_real_service(session, *weak)
+    if refused.wait(15) != 2 or "it may be damaged, locked or read-only" not in session.programs.log("service"):
+        raise Failure(f"it ended with {refused.returncode} and said \"{session.programs.log('service')}\"")
+    os.chmod(folder, 0o700)
+    session.service = start_real_service(session, *weak)
+    wait_for("the service", 15, lambda: service_answers(session.port))
+    editor = Editor(session)
+    try:
+        editor.press_shortcut()
+        expect_says(session, UNAVAILABLE)
+        expect_untouched(session, editor)
+        if used() != before:
+            raise Failure(f"counted was {used()} after {before}")
+        permit(0o600)
+        activate(editor.window)
+        press(SHORTCUT)
+        expect_corrected(session, editor)
+        if used() == before:
+            raise Failure("the correction was not counted")
     finally:
         editor.end()
         session.stop_service()
@@ -769,6 +825,7 @@ CASES = [
     a_renewal_that_cannot_be_made_keeps_the_session,
     two_processes_renew_the_same_session_at_once,
     the_services_disk_is_full,
+    the_services_database_is_read_only,
     the_keyring_dies_and_comes_back,
     the_editor_hangs_before_the_key,
     the_editor_hangs_while_the_service_thinks,
