@@ -55,7 +55,8 @@ QCoro::Task<bool> X11Ping::answered(xcb_window_t window, std::chrono::millisecon
                 answer.set(false);
         } else if (eventType(event) == XCB_CLIENT_MESSAGE) {
             const auto& message = reinterpret_cast<const xcb_client_message_event_t&>(event);
-            if (message.type == protocols && message.data.data32[0] == ping && message.data.data32[1] == number)
+            if (message.type == protocols && message.data.data32[0] == ping &&
+                message.data.data32[1] == number)
                 answer.set(true);
         }
     });
