@@ -255,7 +255,7 @@ def late_host(name, programs, options, output):
     check(program.poll() is None, "the program runs on without a panel")
     # Nothing is unreachable without one.
     run(os.path.join(options.build, "Vellumline", "vellumline"))
-    _, box = wait_for("the panel of the menu", 5, lambda: panel_window(program.pid))
+    _, box = wait_for("the panel of the menu", 15, lambda: panel_window(program.pid))
     check(box[1] == 0 and box[2] == 1276, "a second start opens the menu in the corner")
     check(programs.end(program), "the program ends when asked")
 
@@ -320,11 +320,11 @@ def main():
 
         node = wait_for("the text in the accessibility tree", 15, lambda: editable_text_of(editor.pid), 0.1)
         press("ctrl+a")
-        wait_for("the text to be selected", 5, lambda: selected(node).strip() == SENTENCE)
+        wait_for("the text to be selected", 15, lambda: selected(node).strip() == SENTENCE)
 
         click_at(x, y)
-        number, box = wait_for("the panel", 5, lambda: panel_window(program.pid))
-        wait_for("the account", 5, lambda: shows_text(program.pid, "Signed in as ada@example.org."))
+        number, box = wait_for("the panel", 15, lambda: panel_window(program.pid))
+        wait_for("the account", 15, lambda: shows_text(program.pid, "Signed in as ada@example.org."))
         time.sleep(0.2)  # the last look at its size
         number, box = panel_window(program.pid)
         picture(output, "panel")
@@ -334,29 +334,29 @@ def main():
         check(active_window() == int(number, 16), "it has the keyboard")
 
         press("Escape")
-        wait_for("the panel to close", 5, lambda: panel_window(program.pid) is None)
-        wait_for("the editor to have the keyboard again", 5, lambda: active_window() == int(window, 16))
+        wait_for("the panel to close", 15, lambda: panel_window(program.pid) is None)
+        wait_for("the editor to have the keyboard again", 15, lambda: active_window() == int(window, 16))
         check(selected(node).strip() == SENTENCE, "Escape closes it, and the editor's selection is what it was")
 
         time.sleep(0.3)
         click_at(x, y)
-        wait_for("the panel", 5, lambda: panel_window(program.pid))
+        wait_for("the panel", 15, lambda: panel_window(program.pid))
         click_at(x, y)
-        wait_for("the panel to close", 5, lambda: panel_window(program.pid) is None)
+        wait_for("the panel to close", 15, lambda: panel_window(program.pid) is None)
         time.sleep(0.4)
         check(panel_window(program.pid) is None, "a click on the item closes it, and it stays closed")
         check(active_window() == int(window, 16) and selected(node).strip() == SENTENCE,
               "the editor has the keyboard and its selection again")
 
         click_at(x, y)
-        wait_for("the panel", 5, lambda: panel_window(program.pid))
+        wait_for("the panel", 15, lambda: panel_window(program.pid))
         click_at(640, 700 if y < 400 else 100)
-        wait_for("the panel to close", 5, lambda: panel_window(program.pid) is None)
+        wait_for("the panel to close", 15, lambda: panel_window(program.pid) is None)
         check(True, "a click into another program closes it")
 
         activate(window)
         press("ctrl+a")
-        wait_for("the text to be selected", 5, lambda: selected(node).strip() == SENTENCE)
+        wait_for("the text to be selected", 15, lambda: selected(node).strip() == SENTENCE)
         run("xdotool", "mousemove", "640", "400")
         time.sleep(0.3)
         around = (item[0] - 4, item[1] - 4, item[2] + 4, item[3] + 4)
