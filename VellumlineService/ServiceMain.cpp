@@ -185,6 +185,11 @@ int runService(QCoreApplication& application) {
                               [] { return QDateTime::currentMSecsSinceEpoch(); });
     HttpLimits limits;
     limits.answerMilliseconds = configuration->engineSeconds * 1000;
+    // A proxy does not send again what it sent into a closing connection; without one there is nobody to wait
+    // for.
+    if (!configuration->service.trustedProxies.isEmpty()) {
+        limits.partingMilliseconds = 500;
+    }
     limits.connections = configuration->connections;
     limits.body = configuration->bodyBytes;
     limits.waitingCorrections = configuration->waitingCorrections;

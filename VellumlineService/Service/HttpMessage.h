@@ -63,7 +63,7 @@ struct HttpLimits {
     int bodyMilliseconds = 10'000;   ///< From the last header byte to the last body byte.
     int answerMilliseconds = 12'000; ///< For the handler; below the 15 s for which the program waits.
     int idleMilliseconds = 60'000;   ///< For an open connection without a request.
-    int partingMilliseconds = 500;   ///< The same when the server stops.
+    int partingMilliseconds = 100;   ///< The same when the server stops.
     int connections = 512;
     /// Beyond this many waiting corrections an honest "unavailable" is better than an answer after the
     /// client's patience: two cores make about 1000 in a second.

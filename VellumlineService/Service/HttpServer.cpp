@@ -40,10 +40,10 @@ class HttpConnection : public QObject {
         read();
     }
 
-    /// Called when the server stops: nothing begun is cut off, and what is idle not waited for. It is closed a
-    /// moment later: a proxy that uses it just then would have sent a request into a closed connection, and
-    /// may not send it again. Behind nginx under load, with a machine that was busy ten times over, a tenth of a
-    /// second still lost one request in sixteen stops.
+    /// Called when the server stops: nothing begun is cut off, and what is idle not waited for. It is closed
+    /// a moment later: a proxy that uses it just then would have sent a request into a closed connection, and
+    /// may not send it again. Behind nginx under load, with a machine that was busy ten times over, a tenth
+    /// of a second still lost one request in sixteen stops.
     void stop() {
         if (!busy_ && parser_.state() == HttpParser::State::idle) {
             timer_.start(server_.limits_.partingMilliseconds);
