@@ -43,6 +43,86 @@ bool isOnlyVerbOfSubject(const Line& line, int i, const Inflections& inflections
            (!hasFiniteVerbBefore(line, i) || is(line.before(i - 1), "that"));
 }
 
+/// Whether the word that was meant wants a noun behind it, and none can follow: "rely on the to help".
+bool wantsNounBehind(const Line& line, int i, const QString& meant, Tag next) {
+    static const Words determiners = words("the a an every my your his its our their no");
+    if (!determiners.contains(meant)) {
+        return false;
+    }
+    const QString word = line.follows(i + 1);
+    if (word.isEmpty()) {
+        return line.endsClause(i);
+    }
+    if (is(meant, "an") || is(meant, "a")) {
+        const bool vowel = QStringView(u"aeiou").contains(word.front());
+        if (vowel != is(meant, "an") && word.front() != u'h' && word.front() != u'u' &&
+            !word.startsWith(QStringLiteral("on"))) {
+            return true;
+        }
+    }
+    const bool degree =
+        isAdverb(next) && !(isAdjective(line.tag(i + 2)) || line.tag(i + 2) == Tag::participle ||
+                            line.tag(i + 2) == Tag::gerund);
+    return degree || next == Tag::to || next == Tag::preposition || next == Tag::determiner ||
+           next == Tag::modal || next == Tag::pronoun || next == Tag::conjunction;
+}
+
+/// "an elect band": what follows begins with a vowel, as it must behind "an".
+bool fitsAsArticle(const Line& line, int i, const QString& written) {
+    const QString next = line.follows(i + 1);
+    return is(written, "an") && !next.isEmpty() && QStringView(u"aeio").contains(next.front()) &&
+           (isNoun(line.tag(i + 1)) || isAdjective(line.tag(i + 1)) || line.tag(i + 1) == Tag::participle);
+}
+
+/// The sentence would be left without a verb: "JSON.parse() threw an error".
+bool isOnlyFiniteVerb(const Line& line, int i, bool staysVerb) {
+    if (!isFiniteVerb(line.tag(i)) || staysVerb || !line.endsSentence()) {
+        return false;
+    }
+    for (int k = sentenceStart(line, i); k < line.wordCount(); ++k) {
+        if (k != i && line.word(k).startsSentence && k > i) {
+            break;
+        }
+        if (k != i && (isFiniteVerb(line.tag(k)) || isFiniteVerb(line.cliticTag(k)))) {
+            return false;
+        }
+    }
+    return true;
+}
+
+/// "A mean bug": behind an article and adjectives stands a noun, and the other word is none.
+bool isHeadOfPhrase(const Line& line, int i, Tag changed) {
+    if (!isNoun(line.tag(i)) || isNoun(changed) || isAdjective(changed) || isVerb(changed)) {
+        return false;
+    }
+    int first = i;
+    while (first > 0 && line.isNextTo(first) && isAdjective(line.tag(first - 1))) {
+        --first;
+    }
+    return first < i && first > 0 && line.isNextTo(first) &&
+           (line.tag(first - 1) == Tag::determiner || line.tag(first - 1) == Tag::possessivePronoun);
+}
+
+/// "Your guess is": a possessive, its noun and the verb.
+bool ownsSubject(const Line& line, int i, Tag changed) {
+    return line.tag(i) == Tag::possessivePronoun && changed == Tag::pronoun && line.isNextTo(i + 1) &&
+           isNoun(line.tag(i + 1)) && line.isNextTo(i + 2) && isFiniteVerb(line.tag(i + 2));
+}
+
+/// "Is that all?"
+bool asks(const Line& line, int i) {
+    if (!line.word(i).startsSentence || !isFiniteVerb(line.tag(i))) {
+        return false;
+    }
+    for (int k = i; k < line.wordCount(); ++k) {
+        const QChar sign = line.punctuationAfter(k);
+        if (sign == u'?' || sign == u'.' || sign == u'!') {
+            return sign == u'?';
+        }
+    }
+    return false;
+}
+
 /// What speaks for the written word besides the model, which sees three words to each side.
 double doubt(const Line& line, int i, const QString& meant, const RuleTools& tools) {
     const QString written = line.lower(i);
@@ -63,7 +143,10 @@ double doubt(const Line& line, int i, const QString& meant, const RuleTools& too
     const bool beforeVerb =
         tag == Tag::possessivePronoun && (next == Tag::baseVerb || next == Tag::presentVerb);
     const bool modalBeforeNoun = tag == Tag::modal && isNoun(nextThen);
-    if (loneVerb || ofDegree || bareSame || beforeVerb || modalBeforeNoun) {
+    if (loneVerb || ofDegree || bareSame || beforeVerb || modalBeforeNoun ||
+        wantsNounBehind(line, i, meant, nextThen) || fitsAsArticle(line, i, written) ||
+        isOnlyFiniteVerb(line, i, isVerb(tag) && tools.inflections.knows(meant)) ||
+        isHeadOfPhrase(line, i, tag) || ownsSubject(line, i, tag) || asks(line, i)) {
         margin += marginOfFittingForm;
     }
     const auto isUnknown = [&](int at) {

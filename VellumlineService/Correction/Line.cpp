@@ -28,6 +28,16 @@ bool isCodeSign(QChar c) {
     return QStringView(u"{}=_`;\\|<>").contains(c);
 }
 
+/// "-y" or "--force-with-lease": a command line.
+bool isOption(QStringView chunk) {
+    const bool isShort = chunk.size() == 2 && chunk.front() == u'-' && chunk.at(1).isLetter();
+    const bool isLong = chunk.size() > 3 && chunk.startsWith(u"--") &&
+                        std::all_of(chunk.cbegin() + 2, chunk.cend(),
+                                    [](QChar c) { return c.isLower() || c.isDigit() || c == u'-'; }) &&
+                        chunk.at(2).isLetter() && chunk.back() != u'-';
+    return isShort || isLong;
+}
+
 bool keptWhole(QStringView chunk) {
     qsizetype begin = 0;
     qsizetype end = chunk.size();
@@ -72,6 +82,13 @@ const QSet<QString>& abbreviations() {
     return set;
 }
 
+bool isInterjection(const QString& lower) {
+    static const QSet<QString> set = {QStringLiteral("o"),    QStringLiteral("oh"),   QStringLiteral("ah"),
+                                      QStringLiteral("alas"), QStringLiteral("hark"), QStringLiteral("lo"),
+                                      QStringLiteral("ha")};
+    return set.contains(lower);
+}
+
 } // namespace
 
 Line::Line(const QString& text, bool startsSentence, const Tagger& tagger)
@@ -90,6 +107,7 @@ void Line::tokenize(const QString& text) {
         }
         tokens_.push_back(std::move(token));
     };
+    bool hasOption = false;
     qsizetype i = 0;
     while (i < text.size()) {
         const qsizetype start = i;
@@ -104,7 +122,8 @@ void Line::tokenize(const QString& text) {
         }
         looksLikeCode_ = looksLikeCode_ || std::any_of(chunk.cbegin(), chunk.cend() - 1, isCodeSign) ||
                          QStringView(u"{}=`").contains(chunk.back());
-        if (keptWhole(chunk)) {
+        hasOption = hasOption || isOption(chunk);
+        if (keptWhole(chunk) || isOption(chunk)) {
             add(Token::Kind::kept, chunk);
             continue;
         }
@@ -124,11 +143,21 @@ void Line::tokenize(const QString& text) {
             }
         }
     }
+    looksLikeCode_ = looksLikeCode_ || (hasOption && !endsSentence());
+}
+
+bool Line::hasCodeInside() const {
+    return std::any_of(tokens_.cbegin(), tokens_.cend(), [](const Token& token) {
+        return token.kind == Token::Kind::kept &&
+               std::any_of(token.text.cbegin(), token.text.cend(),
+                           [](QChar c) { return QStringView(u"()/_=").contains(c); });
+    });
 }
 
 void Line::index(bool startsSentence) {
     words_.clear();
     bool pending = startsSentence;
+    const QString* opener = nullptr;
     const auto count = static_cast<int>(tokens_.size());
     const auto at = [&](int i) -> Token* {
         return i >= 0 && i < count ? &tokens_[static_cast<size_t>(i)] : nullptr;
@@ -139,6 +168,7 @@ void Line::index(bool startsSentence) {
         const Token* next = at(i + 1);
         if (token.kind == Token::Kind::word) {
             token.startsSentence = pending;
+            opener = pending ? &token.lower : opener;
             pending = false;
             const auto isHyphen = [](const Token* t) {
                 return t && (t->text == QStringLiteral("-") || t->text == QChar(0x2010) ||
@@ -157,7 +187,11 @@ void Line::index(bool startsSentence) {
                     previous && previous->kind == Token::Kind::word &&
                     (previous->text.size() < 3 || abbreviations().contains(previous->lower));
                 const bool dots = previous && previous->text == token.text;
-                pending = !abbreviated && !dots;
+                // "O Captain! my Captain!": the cry is a part of the sentence.
+                const Token* after = at(i + 2);
+                const bool cry = token.text == QStringLiteral("!") && opener && isInterjection(*opener) &&
+                                 after && after->text.front().isLower();
+                pending = !abbreviated && !dots && !cry;
             }
         } else if (token.kind == Token::Kind::kept) {
             pending = false;
@@ -203,6 +237,12 @@ std::vector<std::pair<int, int>> Line::quotes() const {
             token.kind == Token::Kind::space || (spaceBefore && token.kind == Token::Kind::punctuation);
     }
     return found;
+}
+
+bool Line::isQuoted(int i) const {
+    const auto all = quotes();
+    return std::any_of(all.cbegin(), all.cend(),
+                       [i](const auto& quote) { return quote.first <= i && i < quote.second; });
 }
 
 QString Line::text() const {

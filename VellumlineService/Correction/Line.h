@@ -37,6 +37,8 @@ class Line {
 
     QString text() const;
     bool looksLikeCode() const { return looksLikeCode_; }
+    /// Whether a path, a call or the like stands among the words.
+    bool hasCodeInside() const;
     /// Whether what follows this line begins a sentence.
     bool endsSentence() const;
 
@@ -45,6 +47,8 @@ class Line {
     /// The index of the first word behind each opening quote and of the one behind the last word of the
     /// quote.
     std::vector<std::pair<int, int>> quotes() const;
+    /// Whether the word stands in one of them.
+    bool isQuoted(int i) const;
     const std::vector<Token>& tokens() const { return tokens_; }
     /// The tokens that are words, in order.
     int wordCount() const { return static_cast<int>(words_.size()); }

@@ -35,6 +35,7 @@ void noBeBesideVerb(Line& line, const RuleTools& tools);
 void gerundAfterBe(Line& line, const RuleTools& tools);
 void pastTime(Line& line, const RuleTools& tools);
 void finiteBe(Line& line, const RuleTools& tools);
+void adverbAfterVerb(Line& line, const RuleTools& tools);
 void overRegularForm(Line& line, const RuleTools& tools);
 
 // RulesFrames.cpp
@@ -50,6 +51,9 @@ void othersBeforeNoun(Line& line, const RuleTools& tools);
 void missingArticle(Line& line, const RuleTools& tools);
 void doubleComparative(Line& line, const RuleTools& tools);
 void pronounCase(Line& line, const RuleTools& tools);
+
+// RulesConfusions.cpp
+void confusionFrames(Line& line, const RuleTools& tools);
 
 // RulesByModel.cpp
 void articleByModel(Line& line, const RuleTools& tools);

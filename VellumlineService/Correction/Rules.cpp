@@ -88,7 +88,12 @@ void knownSlips(Line& line, const RuleTools&) {
         "allready:already allways:always putted:put costed:cost themself:themselves theirself:themselves "
         "hisself:himself ourself:ourselves "
         "aswell:as_well alot:a_lot eachother:each_other infact:in_fact incase:in_case atleast:at_least "
-        "inspite:in_spite abit:a_bit thankyou:thank_you");
+        "inspite:in_spite abit:a_bit thankyou:thank_you "
+        "does'nt:doesn't did'nt:didn't is'nt:isn't was'nt:wasn't are'nt:aren't were'nt:weren't "
+        "have'nt:haven't has'nt:hasn't would'nt:wouldn't could'nt:couldn't should'nt:shouldn't "
+        "dosen't:doesn't dose'nt:doesn't dont't:don't do'nt:don't ca'nt:can't wo'nt:won't "
+        "wether:whether teh:the adn:and taht:that thier:their becuase:because knowledges:knowledge "
+        "sceneries:scenery baggages:baggage clothings:clothing");
     for (int i = 0; i < line.wordCount(); ++i) {
         const Token& token = line.word(i);
         if (isProtected(token)) {
@@ -98,7 +103,8 @@ void knownSlips(Line& line, const RuleTools&) {
         if (is(word, "im") || is(word, "ive")) {
             line.replaceExactly(i, is(word, "im") ? QStringLiteral("I'm") : QStringLiteral("I've"));
         } else if (is(word, "wont") &&
-                   !words("his her their its my our as be was is").contains(line.before(i))) {
+                   !words("his her their its my our as be been was is are were").contains(line.before(i)) &&
+                   !is(line.follows(i + 1), "to")) {
             line.replace(i, QStringLiteral("won't"));
         } else if (slips.contains(word) && slips.value(word) != word) {
             line.replace(i, slips.value(word));
@@ -107,10 +113,11 @@ void knownSlips(Line& line, const RuleTools&) {
 }
 
 void capitalNames(Line& line, const RuleTools&) {
-    static const Words names =
-        words("monday tuesday wednesday thursday friday saturday sunday january february "
-              "september october november december english spanish italian chinese japanese "
-              "russian european american british christmas");
+    static const Words names = words(
+        "monday tuesday wednesday thursday friday saturday sunday mondays tuesdays wednesdays thursdays "
+        "fridays saturdays sundays january february "
+        "september october november december english spanish italian chinese japanese "
+        "russian european american british christmas");
     for (int i = 0; i < line.wordCount(); ++i) {
         const Token& token = line.word(i);
         if (!token.quotedAlone && !token.hyphenated && !line.looksLikeCode() && token.text == token.lower &&
@@ -214,9 +221,13 @@ void confusions(Line& line, const RuleTools& tools) {
             line.replace(i, QStringLiteral("than"));
         } else if (is(word, "your") && is(next, "welcome")) {
             line.replace(i, QStringLiteral("you're"));
-        } else if (is(word, "you're") && speller.isNoun(next) &&
-                   (line.endsClause(i + 1) || clauseWords().contains(line.follows(i + 2)))) {
-            line.replace(i, QStringLiteral("your"));
+        } else if (((is(word, "you're") && speller.isNoun(next)) ||
+                    (is(word, "they're") && isNoun(line.tag(i + 1)) && tools.inflections.isCounted(next) &&
+                     !next.endsWith(QStringLiteral("ing")))) &&
+                   (line.endsClause(i + 1) || clauseWords().contains(line.follows(i + 2))) &&
+                   gainOf(line, tools, i, 1,
+                          {is(word, "you're") ? QStringLiteral("your") : QStringLiteral("their")}) > 0) {
+            line.replace(i, is(word, "you're") ? QStringLiteral("your") : QStringLiteral("their"));
         } else if (is(word, "it's") && is(next, "own")) {
             line.replace(i, QStringLiteral("its"));
         } else if (is(word, "it's") &&
@@ -255,6 +266,15 @@ void confusions(Line& line, const RuleTools& tools) {
     }
 }
 
+bool hasVerb(const Line& line) {
+    for (int i = 0; i < line.wordCount(); ++i) {
+        if (isVerb(line.tag(i)) || isVerb(line.cliticTag(i))) {
+            return true;
+        }
+    }
+    return false;
+}
+
 void sentenceCapital(Line& line, const RuleTools&) {
     if (line.looksLikeCode()) {
         return;
@@ -262,7 +282,10 @@ void sentenceCapital(Line& line, const RuleTools&) {
     for (int i = 0; i < line.wordCount(); ++i) {
         const Token& token = line.word(i);
         // A short line without an end may be a label, a list item or a part of a sentence.
-        const bool sentence = i > 0 || line.endsSentence() || line.wordCount() >= 5;
+        // So is a line without a verb ("eggs, milk, two loaves of bread") or one with a call or a path
+        // inside.
+        const bool sentence =
+            i > 0 || line.endsSentence() || (line.wordCount() >= 5 && hasVerb(line) && !line.hasCodeInside());
         if (token.startsSentence && sentence && token.text == token.lower && !token.hyphenated) {
             line.replaceExactly(i, token.text.front().toUpper() + token.text.mid(1));
         }
@@ -282,6 +305,7 @@ const std::vector<Rule>& correctionRules() {
         {"over-regular", "This word has a form of its own.", overRegularForm},
         {"spelling", "The word is in no dictionary; this is the likeliest meant one.", applySpelling},
         {"confusion", "A word that sounds alike was meant.", confusions},
+        {"confusion-frame", "Beside these words another one was meant.", confusionFrames},
         {"real-word", "Another word that is spelt alike fits much better here.", applyRealWordConfusions},
         {"modal-slip", "After a modal verb stands the base form, without to and without of.", modalSlips},
         {"space-before-sign", "No space stands before a comma or a full stop.", spaceBeforeSign},
@@ -304,6 +328,7 @@ const std::vector<Rule>& correctionRules() {
         {"possessor", "The possessor has an apostrophe.", possessor},
         {"past-time", "A time in the past goes with the past tense.", pastTime},
         {"finite-be", "After a subject be has a form of its own.", finiteBe},
+        {"adverb-form", "How something is done is said by an adverb.", adverbAfterVerb},
         {"be-form", "After be stands a participle or the -ing form.", formAfterBe},
         {"introductory-comma", "A comma stands after the introduction.", introductoryComma},
         {"comma-after-phrase", "A comma stands after the introduction.", commaAfterPhrase},

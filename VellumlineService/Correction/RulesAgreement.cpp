@@ -39,7 +39,7 @@ bool isGroupOrQuantity(const QString& noun) {
         "several "
         "both fraction quarter third bulk amount quantity cattle clergy youth faculty people folk kind kinds "
         "sort sorts type types herd flock bunch host set proportion percentage more less enough ones tribe "
-        "world school university personnel society village town nation community");
+        "school university personnel society village town nation community");
     return nouns.contains(noun);
 }
 
@@ -85,6 +85,10 @@ Number numberOf(const Line& line, const NounPhrase& phrase, const Inflections& i
         one = one || oneWords.contains(line.lower(i));
     }
     const Tag tag = line.tag(phrase.head);
+    static const Words neither = words("data media today yesterday tomorrow tonight");
+    if (neither.contains(head)) {
+        return Number::unknown;
+    }
     if (tag == Tag::pluralNoun && inflections.is(head, Form::plural) &&
         !inflections.is(head, Form::singular) && !isPluralInForm(head) && !one) {
         return Number::plural;
@@ -109,8 +113,52 @@ struct Subject {
 bool isPlaceFor(const QString& preposition) {
     static const Words prepositions =
         words("of in for on with about between at by among against into near under over "
-              "behind around like without");
+              "behind around like without from");
     return prepositions.contains(preposition);
+}
+
+/// "Both of them was", "one of us are": the number that the quantity in front of "of" has.
+Number numberOfQuantity(const Line& line, int pronoun) {
+    static const Words many = words("both many several few");
+    static const Words pronouns = words("them us you these those");
+    if (pronoun < 2 || !pronouns.contains(line.lower(pronoun)) || !is(line.before(pronoun), "of") ||
+        !line.word(pronoun - 2).startsSentence || line.before(pronoun - 1).isEmpty()) {
+        return Number::unknown;
+    }
+    const QString quantity = line.lower(pronoun - 2);
+    return many.contains(quantity)                       ? Number::plural
+           : is(quantity, "one") || is(quantity, "each") ? Number::singular
+                                                         : Number::unknown;
+}
+
+/// "What matters is …", "Whether the weather holds is …": the whole clause is the subject, and what looks
+/// like a plural noun is its verb.
+bool isClauseAsSubject(const Line& line, const NounPhrase& phrase, const Inflections& inflections) {
+    static const Words openers = words("what whatever whether how who whoever why where that");
+    return inflections.is(line.lower(phrase.head), Form::thirdPerson) &&
+           line.tag(phrase.head) == Tag::pluralNoun &&
+           openers.contains(line.lower(sentenceStart(line, phrase.head)));
+}
+
+/// "Living alone give you": an -ing form that opens the sentence is the subject; its first word, or -1.
+int gerundAsSubject(const Line& line, int verb) {
+    const int start = sentenceStart(line, verb);
+    const QString next = line.follows(start + 1);
+    const Tag tag = line.tag(start + 1);
+    // "Growing numbers are": there it belongs to the noun.
+    const bool verbal = tag == Tag::determiner || tag == Tag::possessivePronoun || isAdverb(tag) ||
+                        tag == Tag::to || is(next, "to") || is(next, "alone");
+    if (verb - start < 2 || line.tag(start) != Tag::gerund || next.isEmpty() || !verbal) {
+        return -1;
+    }
+    for (int i = start + 1; i < verb; ++i) {
+        if (!line.isNextTo(i) || isFiniteVerb(line.tag(i)) || line.tag(i) == Tag::whDeterminer ||
+            line.tag(i) == Tag::whPronoun || line.tag(i) == Tag::conjunction ||
+            isSubjectPronoun(line.lower(i)) || opensClause(line.lower(i))) {
+            return -1;
+        }
+    }
+    return start;
 }
 
 /// The subject of the verb at `verb`, from the words in front of it; `Number::unknown` unless it is sure.
@@ -122,21 +170,45 @@ Subject subjectOf(const Line& line, int verb, const Inflections& inflections) {
     if (last < 0 || !line.isNextTo(verb)) {
         return {};
     }
+    // "As we all knows"
+    if (last > 0 && is(line.lower(last), "all") && words("we you they").contains(line.before(last))) {
+        --last;
+    }
     while (last > 0 && line.isNextTo(last) &&
            (betweenAdverbs.contains(line.lower(last)) ||
             (isAdverb(line.tag(last)) && line.lower(last).endsWith(QStringLiteral("ly"))))) {
         --last;
     }
+    if (const auto number = numberOfQuantity(line, last); number != Number::unknown) {
+        return {number, last - 2, true};
+    }
     auto phrase = nounPhraseEndingAt(line, last);
     if (!phrase) {
         return {};
     }
+    if (isClauseAsSubject(line, *phrase, inflections)) {
+        return {};
+    }
     bool attracted = false;
+    // "Technology are": without an article only be is sure to have this subject.
+    const auto isBare = [&](int noun) {
+        const QString word = line.lower(noun);
+        return !attracted && phrase->head == last && last == noun && !phrase->hasDeterminer &&
+               (phrase->first == noun || isAdjective(line.tag(noun - 1))) &&
+               (is(line.lower(verb), "are") || is(line.lower(verb), "were")) && line.tag(noun) == Tag::noun &&
+               inflections.is(word, Form::singular) && !inflections.is(word, Form::plural) &&
+               !isPluralInForm(word) && !isGroupOrQuantity(word);
+    };
     for (int level = 0; level < 3; ++level) {
         const int first = phrase->first;
         const Number number = numberOf(line, *phrase, inflections);
         if (line.word(first).startsSentence) {
-            return {number, first, attracted};
+            // "Learning facts is fun": the facts are what is learnt.
+            const bool object = last > first && inflections.is(line.lower(first), Form::gerund);
+            return {isBare(phrase->head) ? Number::singular
+                    : object             ? Number::unknown
+                                         : number,
+                    first, attracted};
         }
         const QString before = line.before(first);
         if (before.isEmpty()) {
@@ -151,15 +223,18 @@ Subject subjectOf(const Line& line, int verb, const Inflections& inflections) {
             }
             const int start = sentenceStart(line, first);
             const Tag opening = line.tag(start);
-            const bool adverbial = (opening == Tag::preposition || isAdverb(opening) ||
-                                    opening == Tag::whAdverb || opening == Tag::to) &&
-                                   line.gapBefore(first) == QStringLiteral(", ") && phrase->hasDeterminer;
+            const bool adverbial =
+                (opening == Tag::preposition || isAdverb(opening) || opening == Tag::whAdverb ||
+                 opening == Tag::to) &&
+                line.gapBefore(first) == QStringLiteral(", ") &&
+                (phrase->hasDeterminer || isBare(phrase->head) || is(line.lower(phrase->head), "people"));
             for (int i = start; adverbial && i < first; ++i) {
                 if (i > start && !line.isNextTo(i)) {
                     return {};
                 }
             }
-            return adverbial ? Subject{number, first, attracted} : Subject{};
+            return adverbial ? Subject{isBare(phrase->head) ? Number::singular : number, first, attracted}
+                             : Subject{};
         }
         const Tag tag = line.tag(first - 1);
         const bool pronoun = isSubjectPronoun(line.lower(phrase->head));
@@ -170,15 +245,21 @@ Subject subjectOf(const Line& line, int verb, const Inflections& inflections) {
             // A second clause; "my friend and he" is a subject of two.
             const bool nounBefore = line.isNextTo(first - 1) &&
                                     (isNoun(line.tag(first - 2)) || line.tag(first - 2) == Tag::pronoun);
-            const bool sure =
-                pronoun && hasFiniteVerbBefore(line, first) && (!nounBefore || number != Number::plural);
+            // "She was tired and the house were dark": no noun before "and" that could be a part of the
+            // subject.
+            const bool afterQuality = phrase->hasDeterminer && words("are were").contains(line.lower(verb)) &&
+                                      number == Number::singular && is(before, "and") &&
+                                      line.isNextTo(first - 1) &&
+                                      (isAdjective(line.tag(first - 2)) || isAdverb(line.tag(first - 2)));
+            const bool sure = (pronoun || afterQuality) && hasFiniteVerbBefore(line, first) &&
+                              (!nounBefore || number != Number::plural);
             return sure && !attracted ? Subject{number, first, false} : Subject{};
         }
         if (opensClause(before) && !(is(before, "as") && !pronoun) &&
             !((is(before, "before") || is(before, "after") || is(before, "than") || is(before, "until") ||
                is(before, "since") || is(before, "so") || is(before, "who")) &&
               !pronoun)) {
-            return {number, first, attracted};
+            return {isBare(phrase->head) ? Number::singular : number, first, attracted};
         }
         if (takesClause(before) && (isVerb(tag) || is(before, "sure")) && !attracted) {
             return {number, first, false};
@@ -283,8 +364,13 @@ double leastGainOfHidden(const Line& line, int i) {
     const Tag next = line.tag(i + 1);
     const bool sentence = line.wordCount() >= 6 && line.endsSentence() &&
                           (next == Tag::preposition || next == Tag::to || next == Tag::determiner);
-    return sentence ? -1.5 : 1;
+    const bool whole = line.wordCount() >= 6 && line.endsSentence();
+    return sentence ? -1.5 : whole ? -1 : 1;
 }
+
+// Behind "that" and "which" the noun in front is more often the object.
+constexpr double leastGainBehindWho = -3;
+constexpr double leastGainBehindThat = -1.5;
 
 bool isAuxiliary(const QString& word) {
     static const Words auxiliaries =
@@ -295,6 +381,7 @@ bool isAuxiliary(const QString& word) {
 } // namespace
 
 void agreeWithSubject(Line& line, const RuleTools& tools) {
+    static const Words mostlyVerbs = words("thinks says knows gets makes takes gives becomes goes sees");
     const Inflections& inflections = tools.inflections;
     for (int i = 1; i < line.wordCount(); ++i) {
         const Token& token = line.word(i);
@@ -306,9 +393,17 @@ void agreeWithSubject(Line& line, const RuleTools& tools) {
         const bool auxiliary = isAuxiliary(verb);
         const QString subject = line.before(i);
         const bool pronoun = isSubjectPronoun(subject);
-        const bool verbTag = tag == Tag::presentVerb || tag == Tag::thirdPersonVerb || tag == Tag::baseVerb;
-        const bool nounAfterPronoun =
-            pronoun && (tag == Tag::noun || tag == Tag::pluralNoun) && !isVerb(line.tag(i + 1));
+        // What is nothing but a verb may look like something else to the tagger beside a wrong ending.
+        const bool onlyVerb = (inflections.is(verb, Form::base) || inflections.is(verb, Form::thirdPerson)) &&
+                              !inflections.is(verb, Form::singular) && !inflections.is(verb, Form::plural) &&
+                              !inflections.is(verb, Form::plain) && !isAmbiguousBase(verb, inflections);
+        const bool verbTag =
+            tag == Tag::presentVerb || tag == Tag::thirdPersonVerb || tag == Tag::baseVerb ||
+            (tag == Tag::pluralNoun && mostlyVerbs.contains(verb)) ||
+            (onlyVerb && (tag == Tag::adjective || tag == Tag::noun || tag == Tag::pluralNoun));
+        const bool nounAfterPronoun = pronoun &&
+                                      (tag == Tag::noun || tag == Tag::pluralNoun || is(verb, "live")) &&
+                                      !isVerb(line.tag(i + 1));
         // "The dogs barks": a verb that does not agree looks like a noun, and the sentence has no other verb.
         const bool hiddenVerb = (tag == Tag::noun || tag == Tag::pluralNoun) && !pronoun &&
                                 token.lower.size() > 3 && !hasFiniteVerb(line, i) && line.isNextTo(i + 1);
@@ -322,7 +417,23 @@ void agreeWithSubject(Line& line, const RuleTools& tools) {
         if (inverted || (is(verb, "were") && is(subject, "it") && is(line.before(i - 1), "as"))) {
             continue;
         }
-        const Subject found = subjectOf(line, i, inflections);
+        Subject found = subjectOf(line, i, inflections);
+        if (const int gerund = gerundAsSubject(line, i);
+            gerund >= 0 && (tag == Tag::presentVerb || is(verb, "are") || is(verb, "have"))) {
+            // "Walking down the street are two men": the subject comes behind.
+            const Tag next = line.isNextTo(i + 1) ? line.tag(i + 1) : Tag::other;
+            const bool part = !isBe(verb) && inflections.is(verb, Form::singular) && next != Tag::pronoun &&
+                              next != Tag::determiner && next != Tag::possessivePronoun;
+            const bool inverse =
+                part || (isBe(verb) && !isAdjective(next) && !isAdverb(next) && next != Tag::gerund);
+            found = inverse ? Subject{} : Subject{Number::singular, gerund, false};
+        }
+        // "Hopefully it don't": no word in front makes it right.
+        if (is(verb, "don't") &&
+            (words("he she it").contains(subject) ||
+             (words("this that").contains(subject) && line.word(i - 1).startsSentence))) {
+            found = {Number::singular, i - 1, false};
+        }
         if (found.number == Number::unknown) {
             continue;
         }
@@ -336,7 +447,8 @@ void agreeWithSubject(Line& line, const RuleTools& tools) {
             continue;
         }
         const QString right = agreeing(verb, found.number, isUnreal(line, i), inflections);
-        if (!right.isEmpty() && right != verb &&
+        // Speech that is written down keeps its dialect: "We was robbed!"
+        if (!right.isEmpty() && right != verb && !line.isQuoted(i) &&
             !(hiddenVerb && gainOf(line, tools, i, 1, {right}) < leastGainOfHidden(line, i))) {
             line.replace(i, right);
         }
@@ -391,7 +503,8 @@ void agreeInRelativeClause(Line& line, const RuleTools& tools) {
         const QString right = agreeing(verb, number, isUnreal(line, i) || isDemanded(line, i), inflections);
         // A clause behind a noun often belongs to another noun before it: "one of the men who are here".
         if (!right.isEmpty() && right != verb && !(is(verb, "were") || is(verb, "have")) &&
-            gainOf(line, tools, i, 1, {right}) > -1) {
+            gainOf(line, tools, i, 1, {right}) >
+                (is(relative, "who") ? leastGainBehindWho : leastGainBehindThat)) {
             line.replace(i, right);
         }
     }

@@ -10,6 +10,9 @@ namespace vellumline {
 namespace {
 
 constexpr double gainOfArticle = 3.3;
+constexpr double gainOfArticleOfPredicate = 1.5;
+// "is very important issue" is no English, however likely the words are.
+constexpr double gainOfArticleBeforeVery = -4;
 constexpr double gainOfPlural = 4.5;
 // "with conviction", "in time of peace": after a preposition many a counted noun stands for the matter
 // itself.
@@ -21,6 +24,24 @@ constexpr double gainOfPossessor = 1.5;
 constexpr double gainOfDoubled = 2;
 constexpr double gainOfMuch = 2;
 
+/// Whether an article further left counts for this noun, too: "a relatively small firm", "an old and tired
+/// man".
+bool hasArticleFurtherLeft(const Line& line, int first) {
+    constexpr int furthest = 5;
+    for (int i = first - 1; i >= 0 && i >= first - furthest && line.isNextTo(i + 1); --i) {
+        const Tag tag = line.tag(i);
+        if (tag == Tag::determiner || tag == Tag::possessivePronoun || line.cliticTag(i) == Tag::possessive) {
+            return true;
+        }
+        const bool within = isAdjective(tag) || isAdverb(tag) || tag == Tag::participle ||
+                            tag == Tag::gerund || tag == Tag::conjunction || isNoun(tag);
+        if (!within) {
+            return false;
+        }
+    }
+    return false;
+}
+
 /// A noun phrase without a determiner whose head is a singular noun that is counted; its head.
 int bareSingularHead(const Line& line, int first, const RuleTools& tools) {
     const Tag before = line.tag(first - 1);
@@ -28,6 +49,11 @@ int bareSingularHead(const Line& line, int first, const RuleTools& tools) {
         before == Tag::determiner || before == Tag::possessivePronoun || before == Tag::number ||
         before == Tag::predeterminer || isAdjective(before) || isNoun(before) ||
         line.tag(first - 1) == Tag::whPossessive || before == Tag::whDeterminer) {
+        return -1;
+    }
+    if ((before == Tag::conjunction || before == Tag::participle || before == Tag::gerund ||
+         isAdverb(before)) &&
+        hasArticleFurtherLeft(line, first)) {
         return -1;
     }
     int head = first;
@@ -59,9 +85,30 @@ void articleByModel(Line& line, const RuleTools& tools) {
         if (head < 0 || isProtected(line.word(first)) || (head == first && is(line.lower(head), "man"))) {
             continue;
         }
-        const QString article = articleFor(line.lower(first));
-        const double gain = gainOf(line, tools, first, 1, {article, line.lower(first)});
+        // "book after book", "side by side"
+        if (head + 2 < line.wordCount() && line.lower(head + 2) == line.lower(head)) {
+            continue;
+        }
+        // "It is very important issue": after be and before the end nothing but the article can be missing.
+        const bool intensified = (is(line.lower(first - 1), "very") || is(line.lower(first - 1), "really")) &&
+                                 isBe(line.before(first - 1));
+        const bool existential = is(line.before(first - 1), "there") || is(line.before(first - 1), "here");
+        const bool predicate =
+            (intensified || isBe(line.lower(first - 1))) && !existential && head > first &&
+            (intensified || tools.inflections.isCounted(line.lower(head))) &&
+            line.tag(first) == Tag::adjective &&
+            (line.endsClause(head) ||
+             words("to for in of that which who because and but when").contains(line.follows(head + 1)));
+        const int at = intensified ? first - 1 : first;
+        const QString article = articleFor(line.lower(at));
+        const double gain = gainOf(line, tools, at, 1, {article, line.lower(at)});
         const QString plural = tools.inflections.form(line.lower(head), Form::plural);
+        if (predicate && gain >= (intensified ? gainOfArticleBeforeVery : gainOfArticleOfPredicate) &&
+            gain >= gainOf(line, tools, head, 1, {plural}) - gainOfArticle) {
+            line.insertBefore(at, article);
+            ++first;
+            continue;
+        }
         if (gain >= gainOfArticle && gain >= gainOf(line, tools, head, 1, {plural})) {
             line.insertBefore(first, article);
             ++first;
@@ -168,7 +215,8 @@ void possessor(Line& line, const RuleTools& tools) {
 void doubledByModel(Line& line, const RuleTools& tools) {
     static const Words emphatic =
         words("all very so really much many that had no yes more far long bye ha never again "
-              "her you well now there what do who blah hear tut her one his please");
+              "her you well now there what do who blah hear tut her one his please "
+              "does did is was"); // "What he does does not matter."
     for (int i = 1; i < line.wordCount(); ++i) {
         const QString word = line.follows(i);
         if (!word.isEmpty() && line.word(i).text == word && word == line.lower(i - 1) &&

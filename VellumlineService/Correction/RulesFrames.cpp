@@ -50,7 +50,8 @@ void applyPhrases(Line& line, const Phrases& table) {
         for (const auto& [wrong, right] : *found) {
             bool same = true;
             for (int k = 1; same && k < wrong.size(); ++k) {
-                same = line.follows(i + k) == wrong.at(k) && line.word(i + k).text == wrong.at(k);
+                same = line.follows(i + k) == wrong.at(k) &&
+                       (line.word(i + k).text == wrong.at(k) || is(wrong.at(k), "i"));
             }
             const int last = i + static_cast<int>(wrong.size()) - 1;
             if (same && !(last + 1 < line.wordCount() && line.word(last).hyphenated)) {
@@ -226,6 +227,75 @@ void fixedPhrase(Line& line, const RuleTools&) {
         "never the less:nevertheless",
         "in to the:into the",
         "can able to:can",
+        "at the other hand:on the other hand",
+        "by the other hand:on the other hand",
+        "from the other hand:on the other hand",
+        "in the other side:on the other hand",
+        "in other side:on the other hand",
+        "a lots of:a lot of",
+        "as matter of fact:as a matter of fact",
+        "is reason why:is the reason why",
+        "is main reason:is the main reason",
+        "these day:these days",
+        "those day:those days",
+        "in the another hand:on the other hand",
+        "on the another hand:on the other hand",
+        "in another hand:on the other hand",
+        "want to success:want to succeed",
+        "wants to success:wants to succeed",
+        "able to success:able to succeed",
+        "how to success:how to succeed",
+        "in modern world:in the modern world",
+        "in real world:in the real world",
+        "in present world:in the present world",
+        "success man:successful man",
+        "success person:successful person",
+        "success people:successful people",
+        "success woman:successful woman",
+        "success life:successful life",
+        "most easiest:easiest",
+        "most smartest:smartest",
+        "most biggest:biggest",
+        "pays attention on:pays attention to",
+        "paid attention on:paid attention to",
+        "paying attention on:paying attention to",
+        "because of i:because i",
+        "because of he:because he",
+        "because of she:because she",
+        "because of we:because we",
+        "because of they:because they",
+        "is worth to try:is worth trying",
+        "is worth to see:is worth seeing",
+        "is worth to visit:is worth visiting",
+        "is worth to read:is worth reading",
+        "in spite the:in spite of the",
+        "get marry:get married",
+        "got marry:got married",
+        "getting marry:getting married",
+        "make a party:have a party",
+        "made a party:had a party",
+        "do a decision:make a decision",
+        "do an effort:make an effort",
+        "make sport:do sports",
+        "make sports:do sports",
+        "on the past:in the past",
+        "at the past:in the past",
+        "on my opinion:in my opinion",
+        "at my opinion:in my opinion",
+        "by my opinion:in my opinion",
+        "from my opinion:in my opinion",
+        "for examples:for example",
+        "in the conclusion i:in conclusion i",
+        "in conclude:in conclusion",
+        "as conclusion:in conclusion",
+        "in additional to:in addition to",
+        "as well like:as well as",
+        "the same like:the same as",
+        "and so one:and so on",
+        "and so fourth:and so forth",
+        "at lest:at least",
+        "in contrary:on the contrary",
+        "on contrary:on the contrary",
     });
     static const Words afterLot =
         words("a the whole this that every quite an such same our their his her my your one large awful "
@@ -250,7 +320,8 @@ void prepositionOfVerb(Line& line, const RuleTools& tools) {
         "protect_of:from differ_of:from worry_of:about return_back:- obey_to:- resemble_to:- "
         "consider_about:- "
         "describe_about:- base_in:on concentrate_at:on comprise_of:- accuse_for:of affect_on:- affect_to:- "
-        "explain_about:- influence_to:- enter_in:- enter_to:- contact_with:- contact_to:- marry_with:to");
+        "explain_about:- influence_to:- enter_in:- enter_to:- contact_with:- contact_to:- marry_with:to "
+        "arrive_to:at");
     for (int i = 0; i + 2 < line.wordCount(); ++i) {
         const QString preposition = line.follows(i + 1);
         if (preposition.isEmpty() || preposition.size() > 5 || !isVerb(line.tag(i)) ||
@@ -259,6 +330,15 @@ void prepositionOfVerb(Line& line, const RuleTools& tools) {
         }
         const auto found = frames.constFind(verbLemma(line.lower(i), tools.inflections) + u' ' + preposition);
         if (found == frames.constEnd() || is(line.lower(i + 2), "which") || is(line.lower(i + 2), "whom")) {
+            continue;
+        }
+        // "arrived to find it closed", and one arrives in a city but at a station.
+        if (found.key().startsWith(QStringLiteral("arrive"))) {
+            static const Words wide = words("city country town village island capital area region world");
+            const bool inside = wide.contains(line.lower(i + 3)) && line.isNextTo(i + 3);
+            if (line.tag(i + 2) == Tag::determiner || line.tag(i + 2) == Tag::possessivePronoun) {
+                line.replace(i + 1, inside ? QStringLiteral("in") : QStringLiteral("at"));
+            }
             continue;
         }
         if (*found != QStringLiteral("-")) {
@@ -282,6 +362,15 @@ void prepositionOfAdjective(Line& line, const RuleTools&) {
         if (found != frames.constEnd() && line.isNextTo(i + 2) && !isProtected(line.word(i))) {
             line.replace(i + 1, *found);
         }
+        // "spend money for clothes"
+        static const Words spending = words("spend spends spent spending");
+        if (is(line.lower(i), "money") && is(preposition, "for") && line.isNextTo(i + 2) &&
+            (isNoun(line.tag(i + 2)) || line.tag(i + 2) == Tag::gerund) &&
+            (spending.contains(line.before(i)) || spending.contains(line.before(i - 1)) ||
+             (is(line.before(i), "of") && is(line.before(i - 1), "lot") &&
+              spending.contains(line.before(i - 3))))) {
+            line.replace(i + 1, QStringLiteral("on"));
+        }
     }
 }
 
@@ -304,18 +393,34 @@ void missingPreposition(Line& line, const RuleTools& tools) {
         }
         const QString next = line.lower(i + 1);
         const Tag tag = line.tag(i + 1);
+        // "wait you": the verbs that take no object at all.
+        const bool bare = (is(lemma, "wait") || is(lemma, "listen")) && isObjectPronoun(next) &&
+                          !is(line.follows(i + 2), "out") && endsPhrase(line, i + 1) &&
+                          !(is(next, "you") && isFiniteVerb(line.tag(i + 2)));
         const bool music =
             is(lemma, "listen") && (is(next, "music") || is(next, "songs") || is(next, "radio"));
         const bool late = is(lemma, "suffer") || is(lemma, "wait") || is(lemma, "agree") ||
                           is(lemma, "complain") || is(lemma, "disagree") || is(lemma, "arrive") ||
                           is(lemma, "reply") || is(lemma, "respond");
-        if (music || ((tag == Tag::determiner || tag == Tag::possessivePronoun ||
-                       (isObjectPronoun(next) && !is(next, "it") && !isSubjectPronoun(next))) &&
-                      !words("that all each both no this some another any every").contains(next) &&
-                      !(late && (times.contains(line.lower(i + 2)) || times.contains(line.lower(i + 3)))) &&
-                      !(is(lemma, "suffer") || is(lemma, "complain") || is(lemma, "respond")) &&
-                      !(isObjectPronoun(next) && (is(lemma, "agree") || is(lemma, "arrive"))))) {
+        if (music || bare ||
+            ((tag == Tag::determiner || tag == Tag::possessivePronoun ||
+              (isObjectPronoun(next) && !is(next, "it") && !isSubjectPronoun(next))) &&
+             !words("that all each both no this some another any every").contains(next) &&
+             !(late && (times.contains(line.lower(i + 2)) || times.contains(line.lower(i + 3)))) &&
+             !(is(lemma, "suffer") || is(lemma, "complain") || is(lemma, "respond")) &&
+             !(isObjectPronoun(next) && (is(lemma, "agree") || is(lemma, "arrive"))))) {
             line.insertBefore(i + 1, *found);
+        }
+    }
+    for (int i = 0; i + 2 < line.wordCount(); ++i) {
+        const Tag next = line.isNextTo(i + 1) ? line.tag(i + 1) : Tag::other;
+        const bool phrase = next == Tag::determiner || next == Tag::possessivePronoun;
+        const bool forward = is(line.follows(i), "forward") &&
+                             words("look looks looking looked").contains(line.before(i)) && phrase;
+        const bool source = is(line.lower(i), "according") && !line.word(i).hyphenated &&
+                            (phrase || next == Tag::name || isObjectPronoun(line.follows(i + 1)));
+        if (forward || source) {
+            line.insertBefore(i + 1, QStringLiteral("to"));
         }
     }
 }
@@ -381,11 +486,13 @@ void prepositionOfTime(Line& line, const RuleTools&) {
 void noOfBeforeBareNoun(Line& line, const RuleTools& tools) {
     static const Words quantities = words("most many some several few all");
     for (int i = 0; i + 2 < line.wordCount(); ++i) {
-        const QString noun = line.follows(i + 2);
+        const int head = isAdjective(line.tag(i + 2)) && line.isNextTo(i + 3) ? i + 3 : i + 2;
+        const QString noun = line.follows(head);
         if (!quantities.contains(line.lower(i)) || !is(line.follows(i + 1), "of") || noun.isEmpty() ||
-            isProtected(line.word(i + 2)) || line.tag(i + 2) != Tag::pluralNoun ||
-            line.cliticTag(i + 2) != Tag::other || is(line.before(i), "the") || isVerb(line.tag(i - 1)) ||
-            (line.isNextTo(i + 3) && isNoun(line.tag(i + 3))) ||
+            !line.isNextTo(i + 2) || isProtected(line.word(i + 2)) || isProtected(line.word(head)) ||
+            line.tag(head) != Tag::pluralNoun || line.cliticTag(head) != Tag::other ||
+            is(line.before(i), "the") || isVerb(line.tag(i - 1)) ||
+            (line.isNextTo(head + 1) && isNoun(line.tag(head + 1))) ||
             !(is(noun, "people") || tools.inflections.is(noun, Form::plural))) {
             continue;
         }
@@ -426,7 +533,7 @@ void othersBeforeNoun(Line& line, const RuleTools& tools) {
     }
 }
 
-void missingArticle(Line& line, const RuleTools&) {
+void missingArticle(Line& line, const RuleTools& tools) {
     static const Words professions =
         words("doctor teacher engineer student nurse lawyer writer driver farmer singer dentist manager "
               "waiter waitress "
@@ -456,6 +563,12 @@ void missingArticle(Line& line, const RuleTools&) {
                     (isBe(before) && (line.endsClause(i) || is(line.follows(i + 1), "as"))))) {
             line.insertBefore(i, QStringLiteral("the"));
             ++i;
+        } else if (isBe(before) && line.tag(i) == Tag::superlativeAdjective && line.isNextTo(i + 1) &&
+                   !is(word, "most") && !is(word, "least") && line.tag(i + 1) == Tag::noun &&
+                   tools.inflections.isCounted(line.lower(i + 1)) && endsPhrase(line, i + 1) &&
+                   !is(line.lower(i + 1), "practice")) {
+            line.insertBefore(i, QStringLiteral("the"));
+            ++i;
         } else if (is(before, "of") && is(line.before(i - 1), "one") &&
                    (is(word, "most") || line.tag(i) == Tag::superlativeAdjective) &&
                    (isAdjective(line.tag(i + 1)) || isNoun(line.tag(i + 1))) && line.isNextTo(i + 1)) {
@@ -476,8 +589,9 @@ void doubleComparative(Line& line, const RuleTools& tools) {
             continue;
         }
         if (is(word, "more") && tools.inflections.is(next, Form::comparative) &&
-            (line.tag(i + 1) == Tag::comparativeAdjective || line.tag(i + 1) == Tag::comparativeAdverb) &&
-            !words("further other rather former latter lesser upper inner outer less more elder")
+            (line.tag(i + 1) == Tag::comparativeAdjective || line.tag(i + 1) == Tag::comparativeAdverb ||
+             (tools.inflections.prefers(next, Form::comparative) && isBe(line.before(i)))) &&
+            !words("later further other rather former latter lesser upper inner outer less more elder")
                  .contains(next) &&
             !(is(line.before(i), "no") || is(line.before(i), "any"))) {
             line.remove(i);

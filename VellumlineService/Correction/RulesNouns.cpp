@@ -42,6 +42,8 @@ void makePlural(Line& line, int i, const RuleTools& tools) {
 
 // What is sometimes counted is mostly weighed after these words ("lots of hardship").
 constexpr double leastShareAfterLots = 0.5;
+// "There are a lot of car": the verb says that they are counted.
+constexpr double leastShareAfterThere = 0.25;
 constexpr double leastGainAfterLots = 2;
 
 bool isPluralVerb(const Line& line, int i) {
@@ -99,6 +101,11 @@ void pluralAfterMany(Line& line, const RuleTools& tools) {
             head = i + 1;
         } else if (is(word, "some") && isPluralVerb(line, i + 2)) {
             head = i + 1;
+        } else if (is(word, "all") && words("the my your our their his her").contains(line.follows(i + 1)) &&
+                   isPluralVerb(line, i + 3) && tools.inflections.isCounted(line.lower(i + 2)) &&
+                   !words("family world country nation team group").contains(line.lower(i + 2)) &&
+                   !is(line.follows(i + 3), "do")) {
+            head = i + 2;
         } else if (is(word, "of") && !line.before(i).isEmpty() &&
                    (words("lots plenty").contains(line.before(i)) ||
                     (words("lot number couple variety").contains(line.before(i)) &&
@@ -108,7 +115,11 @@ void pluralAfterMany(Line& line, const RuleTools& tools) {
             const QString noun = line.lower(head);
             if (words("lot lots plenty").contains(line.before(i))) {
                 const QString plural = tools.inflections.form(noun, Form::plural);
-                const double share = is(line.before(i), "lots") ? leastShareAfterLots : 1;
+                const bool there =
+                    is(line.before(i - 1), "a") && words("are were").contains(line.before(i - 2));
+                const double share = is(line.before(i), "lots") ? leastShareAfterLots
+                                     : there                    ? leastShareAfterThere
+                                                                : 1;
                 if (!tools.inflections.isCounted(noun) ||
                     tools.speller.frequency(plural) < tools.speller.frequency(noun) * share ||
                     (share < 1 && gainOf(line, tools, head, 1, {plural}) < leastGainAfterLots)) {
@@ -120,6 +131,13 @@ void pluralAfterMany(Line& line, const RuleTools& tools) {
             continue;
         }
         head = skipAdjectives(line, head);
+        // "several way to do it": no measure here.
+        if (is(line.lower(head), "way") &&
+            words("several many these those different various few").contains(line.before(head)) &&
+            words("to of that in we you i they").contains(line.follows(head + 1))) {
+            line.replace(head, QStringLiteral("ways"));
+            continue;
+        }
         const QString after = line.follows(head + 1);
         const bool demonstrative = is(word, "these") || is(word, "those");
         const Tag next = line.isNextTo(head + 1) ? line.tag(head + 1) : Tag::other;
@@ -247,6 +265,9 @@ void singularAfterEach(Line& line, const RuleTools& tools) {
 }
 
 void muchAndMany(Line& line, const RuleTools& tools) {
+    static const Words weighed =
+        words("homework information advice knowledge furniture equipment luggage money traffic music "
+              "pollution software hardware housework");
     for (int i = 0; i + 1 < line.wordCount(); ++i) {
         const QString word = line.lower(i);
         const QString noun = line.follows(i + 1);
@@ -258,13 +279,19 @@ void muchAndMany(Line& line, const RuleTools& tools) {
         if (is(word, "much") && line.tag(i + 1) == Tag::pluralNoun && !partOfName &&
             (is(noun, "people") || (isClearPlural(noun, tools) && !alsoVerb(noun, tools)))) {
             line.replace(i, QStringLiteral("many"));
-        } else if (is(word, "many") && line.tag(i + 1) == Tag::noun && tools.inflections.isUncounted(noun) &&
-                   !partOfName && !is(line.before(i), "a") && !is(line.before(i), "great")) {
+        } else if (is(word, "many") && line.tag(i + 1) == Tag::noun &&
+                   (tools.inflections.isUncounted(noun) || weighed.contains(noun)) && !partOfName &&
+                   !is(line.before(i), "a") && !is(line.before(i), "great")) {
             line.replace(i, QStringLiteral("much"));
         } else if ((is(word, "fewer") || is(word, "few")) && line.tag(i + 1) == Tag::noun &&
                    tools.inflections.isUncounted(noun) && !partOfName && is(word, "fewer")) {
             line.replace(i, QStringLiteral("less"));
-        } else if (is(word, "less") && is(noun, "people")) {
+        } else if (is(word, "less") &&
+                   (is(noun, "people") ||
+                    words("friends cars children students mistakes problems things jobs books accidents "
+                          "opportunities chances countries buses houses")
+                        .contains(noun)) &&
+                   !partOfName) {
             line.replace(i, QStringLiteral("fewer"));
         }
     }
@@ -276,9 +303,19 @@ void uncountedPlural(Line& line, const RuleTools& tools) {
         if (isProtected(line.word(i)) || line.tag(i) != Tag::pluralNoun || line.cliticTag(i) != Tag::other) {
             continue;
         }
-        if (is(word, "peoples") && words("many some most other young old these all these few several two")
-                                       .contains(line.before(i))) {
+        const bool opening =
+            line.word(i).startsSentence &&
+            words("are who have should can will in don't think want like").contains(line.follows(i + 1));
+        if (is(word, "peoples") &&
+            (opening || words("many some most other young old these all these few several two more")
+                            .contains(line.before(i)))) {
             line.replace(i, QStringLiteral("people"));
+            continue;
+        }
+        if (is(word, "childrens") || is(word, "womens")) {
+            const bool owner =
+                line.isNextTo(i + 1) && (isNoun(line.tag(i + 1)) || isAdjective(line.tag(i + 1)));
+            line.replace(i, word.chopped(1) + (owner ? QStringLiteral("'s") : QString()));
             continue;
         }
         const QString noun = tools.inflections.lemma(word, Form::plural);
@@ -295,6 +332,21 @@ void articleOfUncounted(Line& line, const RuleTools& tools) {
         words("information advice furniture homework luggage equipment traffic weather news "
               "progress research software hardware evidence baggage housework");
     for (int i = 0; i + 1 < line.wordCount(); ++i) {
+        static const Words qualities =
+            words("good bad useful great important new helpful valuable excellent nice wonderful "
+                  "terrible interesting heavy");
+        const QString quality = line.follows(i + 1);
+        const QString qualified = line.follows(i + 2);
+        if ((is(line.lower(i), "a") || is(line.lower(i), "an")) && qualities.contains(quality) &&
+            words("information advice furniture homework luggage equipment weather news software traffic")
+                .contains(qualified) &&
+            !isProtected(line.word(i + 2)) && !line.word(i + 2).hyphenated && !line.word(i + 1).hyphenated &&
+            line.cliticTag(i + 2) == Tag::other &&
+            !(line.isNextTo(i + 3) &&
+              (isNoun(line.tag(i + 3)) || isAdjective(line.tag(i + 3)) || line.tag(i + 3) == Tag::gerund))) {
+            line.remove(i);
+            continue;
+        }
         const QString noun = line.follows(i + 1);
         if ((is(line.lower(i), "a") || is(line.lower(i), "an")) && nouns.contains(noun) &&
             !isProtected(line.word(i + 1)) && tools.inflections.knows(noun) && !line.word(i + 1).hyphenated &&

@@ -35,7 +35,7 @@ bool hasFiniteVerbBehind(const Line& line, int i) {
 }
 
 // Shorter phrases stand without a comma as often as with one: "In May we left".
-constexpr int leastPhrase = 4;
+constexpr int leastPhrase = 5;
 
 } // namespace
 

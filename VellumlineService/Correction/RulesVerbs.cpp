@@ -46,7 +46,7 @@ QString participleOf(const QString& past, const Inflections& inflections) {
     static const Words either = words("got forgot hid bit bid trod woke beat");
     if (inflections.prefers(past, Form::participle) || !inflections.is(past, Form::past) ||
         (inflections.is(past, Form::participle) &&
-         (either.contains(past) || past.endsWith(QStringLiteral("ed"))))) {
+         (either.contains(past) || past.endsWith(QStringLiteral("ed")) || past.endsWith(u't')))) {
         return {};
     }
     const QString made = inflections.changed(past, Form::past, Form::participle);
@@ -56,6 +56,8 @@ QString participleOf(const QString& past, const Inflections& inflections) {
 bool isNounToo(const QString& word, const Inflections& inflections) {
     return inflections.is(word, Form::singular) || inflections.is(word, Form::plural);
 }
+
+constexpr double gainOfParticipleBeforeBy = 2;
 
 bool isModal(const QString& word) {
     static const Words modals =
@@ -82,6 +84,14 @@ void participleAfterHave(Line& line, const RuleTools& tools) {
         const Tag tag = line.tag(at);
         const QString participle = participleOf(verb, tools.inflections);
         const bool noun = isNounToo(verb, tools.inflections) || tools.inflections.is(verb, Form::plain);
+        // Nouns too, but hardly ever behind have.
+        static const Words verbs =
+            words("see go make take give know find eat meet become write speak choose");
+        if (verbs.contains(verb) && !is(word, "having") && !is(word, "had") && !isNoun(line.tag(at + 1)) &&
+            (isSubjectPronoun(line.before(i)) || shortened || word.endsWith(QStringLiteral("n't")))) {
+            line.replace(at, tools.inflections.form(verb, Form::participle));
+            continue;
+        }
         if (!participle.isEmpty() && !isBe(verb) &&
             (tag == Tag::pastVerb || tag == Tag::participle || !noun) &&
             !(noun && isNoun(line.tag(at + 1)) && line.isNextTo(at + 1))) {
@@ -123,7 +133,7 @@ void participleAfterBe(Line& line, const RuleTools& tools) {
     }
 }
 
-void participleAfterBeFrames(Line& line, const RuleTools&) {
+void participleAfterBeFrames(Line& line, const RuleTools& tools) {
     static const Table forms =
         table("base:based locate:located compose:composed concern:concerned relate:related "
               "divide:divided interest:interested use:used call:called name:named "
@@ -137,6 +147,25 @@ void participleAfterBeFrames(Line& line, const RuleTools&) {
             signs.contains(line.follows(at + 1)) && !is(line.lower(i), "being") &&
             !(is(line.lower(at), "use") && is(line.follows(at + 1), "of")) && !isProtected(line.word(at))) {
             line.replace(at, forms.value(line.lower(at)));
+            continue;
+        }
+        // "It is cause by smoke"
+        const QString verb = line.lower(at);
+        if (isBe(line.lower(i)) && at == i + 1 && at < line.wordCount() && is(line.follows(at + 1), "by") &&
+            tools.inflections.is(verb, Form::base) && !tools.inflections.is(verb, Form::participle) &&
+            !isProtected(line.word(at))) {
+            const QString made = tools.inflections.form(verb, Form::participle);
+            if (!made.isEmpty() && gainOf(line, tools, at, 1, {made}) > gainOfParticipleBeforeBy) {
+                line.replace(at, made);
+            }
+        }
+    }
+    for (int i = 1; i + 1 < line.wordCount(); ++i) {
+        const QString subject = line.before(i);
+        if (is(line.lower(i), "born") && line.word(i).text == line.lower(i) && isSubjectPronoun(subject) &&
+            !isFiniteVerb(line.cliticTag(i - 1))) {
+            line.insertBefore(i, words("we you they").contains(subject) ? QStringLiteral("were")
+                                                                        : QStringLiteral("was"));
         }
     }
 }
@@ -166,8 +195,12 @@ void baseAfterDo(Line& line, const RuleTools& tools) {
         if (!sure || at >= line.wordCount() || !line.isNextTo(at) || isProtected(line.word(at))) {
             continue;
         }
-        const QString base = baseOf(line.lower(at), tools.inflections);
         const Tag tag = line.tag(at);
+        // "do not trying"
+        const bool gerund =
+            tag == Tag::gerund && !is(line.lower(at), "being") && (negated || is(line.before(at), "not"));
+        const QString base = gerund ? tools.inflections.changed(line.lower(at), Form::gerund, Form::base)
+                                    : baseOf(line.lower(at), tools.inflections);
         if (!base.isEmpty() && !is(base, "be") && tag != Tag::adjective && !isNoun(tag) &&
             !(line.isNextTo(at + 1) && tag == Tag::participle && isNoun(line.tag(at + 1)))) {
             line.replace(at, base);
@@ -191,13 +224,46 @@ void baseAfterModal(Line& line, const RuleTools& tools) {
         if (at >= line.wordCount() || isProtected(line.word(at))) {
             continue;
         }
+        // "Can you told me": the subject stands between.
+        if (isSubjectPronoun(line.lower(at)) &&
+            (line.word(i).startsSentence || line.tag(i - 1) == Tag::whAdverb ||
+             line.tag(i - 1) == Tag::whPronoun)) {
+            const QString base = line.tag(at + 1) == Tag::pastVerb && line.isNextTo(at + 1)
+                                     ? baseOf(line.lower(at + 1), tools.inflections)
+                                     : QString();
+            if (!base.isEmpty() && !is(base, "be") && !isProtected(line.word(at + 1))) {
+                line.replace(at + 1, base);
+            }
+            continue;
+        }
         const QString verb = line.lower(at);
         const Tag tag = line.tag(at);
+        // "We should trying": without to, without be.
+        if (tag == Tag::gerund && tools.inflections.is(verb, Form::gerund) && !is(verb, "being") &&
+            (isSubjectPronoun(line.before(i)) || isNoun(line.tag(i - 1))) && line.isNextTo(i)) {
+            const QString bare = tools.inflections.changed(verb, Form::gerund, Form::base);
+            if (bare.isEmpty()) {
+                continue;
+            }
+            if (gainOf(line, tools, at, 1, {QStringLiteral("be"), verb}) >
+                gainOf(line, tools, at, 1, {bare})) {
+                line.insertBefore(at, QStringLiteral("be"));
+            } else {
+                line.replace(at, bare);
+            }
+            continue;
+        }
         const QString base = baseOf(verb, tools.inflections);
         const bool nounNext = line.isNextTo(at + 1) && isNoun(line.tag(at + 1));
+        // "It will helps you": an object behind it shows that it is no noun.
+        const Tag next = line.isNextTo(at + 1) ? line.tag(at + 1) : Tag::other;
+        const bool object = next == Tag::determiner || next == Tag::possessivePronoun || next == Tag::pronoun;
+        const bool hidden = tag == Tag::pluralNoun && object && at == i + 1 && line.isNextTo(i) &&
+                            (isSubjectPronoun(line.lower(i - 1)) || isNoun(line.tag(i - 1))) &&
+                            tools.inflections.is(verb, Form::thirdPerson);
         if (!base.isEmpty() && !is(base, "be") && !is(verb, "used") &&
             (tag == Tag::pastVerb || tag == Tag::thirdPersonVerb || tag == Tag::presentVerb ||
-             tag == Tag::participle || tag == Tag::baseVerb) &&
+             tag == Tag::participle || tag == Tag::baseVerb || hidden) &&
             !(tag == Tag::participle && nounNext) && !is(verb, "better")) {
             line.replace(at, base);
         }
@@ -213,6 +279,20 @@ void baseAfterTo(Line& line, const RuleTools& tools) {
         const QString verb = line.follows(i + 1);
         if (!is(line.lower(i), "to") || verb.isEmpty() || isProtected(line.word(i + 1)) ||
             line.word(i).hyphenated) {
+            continue;
+        }
+        // "It is difficult to finding", "we have to making"; not "used to doing" and "important to teaching".
+        static const Words wishes = words("want wants wanted need needs needed able decided decide try tries "
+                                          "tried hope hopes have has had supposed ought");
+        const bool adjective = line.isNextTo(i) && isAdjective(line.tag(i - 1)) && isBe(line.before(i - 1)) &&
+                               is(line.before(i - 2), "it");
+        const bool habit = is(line.before(i), "used") && isSubjectPronoun(line.before(i - 1));
+        if (line.tag(i + 1) == Tag::gerund && tools.inflections.is(verb, Form::gerund) &&
+            !is(verb, "being") && (wishes.contains(line.before(i)) || adjective || habit)) {
+            const QString bare = tools.inflections.changed(verb, Form::gerund, Form::base);
+            if (!bare.isEmpty()) {
+                line.replace(i + 1, bare);
+            }
             continue;
         }
         const QString base = baseOf(verb, tools.inflections);
@@ -247,6 +327,27 @@ void gerundAfterPreposition(Line& line, const RuleTools& tools) {
                             (next == Tag::pronoun && !isSubjectPronoun(line.lower(i + 2))) ||
                             is(line.follows(i + 2), "it");
         const bool noun = tools.inflections.is(verb, Form::singular);
+        // "interested in learn languages": a word that is nothing but a verb.
+        const bool verbOnly = !noun && !tools.inflections.is(verb, Form::participle) &&
+                              !tools.inflections.is(verb, Form::comparative) &&
+                              (isNoun(next) || next == Tag::adjective) &&
+                              words("of about without by for in").contains(line.lower(i)) &&
+                              line.word(i + 2).text == line.lower(i + 2) && line.isNextTo(i);
+        if (verbOnly && tools.speller.frequency(verb) > 500) {
+            const QString gerund = tools.inflections.form(verb, Form::gerund);
+            const double asGerund = gainOf(line, tools, i + 1, 1, {gerund});
+            // "They study for get good marks"
+            const double asPurpose =
+                is(line.lower(i), "for") ? gainOf(line, tools, i, 1, {QStringLiteral("to")}) : -1;
+            if (asPurpose > 0 && asPurpose > asGerund) {
+                line.replace(i, QStringLiteral("to"));
+                continue;
+            }
+            if (asGerund > 0) {
+                line.replace(i + 1, gerund);
+                continue;
+            }
+        }
         if (object && (tag == Tag::baseVerb || tag == Tag::presentVerb || !noun) &&
             !is(line.follows(i + 2), "this") && !is(line.follows(i + 2), "that") &&
             !(noun && (is(line.lower(i), "before") || is(line.lower(i), "after") || is(line.lower(i), "on") ||
@@ -279,7 +380,7 @@ void gerundAfterVerb(Line& line, const RuleTools& tools) {
 }
 
 void toAfterWant(Line& line, const RuleTools& tools) {
-    static const Words verbs = words("want wants wanted decided able");
+    static const Words verbs = words("want wants wanted decided able need needs needed");
     for (int i = 0; i + 1 < line.wordCount(); ++i) {
         const QString verb = line.follows(i + 1);
         if (verbs.contains(line.lower(i)) && tools.inflections.is(verb, Form::base) &&
@@ -345,7 +446,9 @@ void pastTime(Line& line, const RuleTools& tools) {
     static const Words verbs = words(
         "go come see meet get take eat drink buy find lose break tell give make feel leave arrive call visit "
         "stay watch play work walk travel start finish happen decide talk ask try receive wake sleep "
-        "write speak buy sell win fall drive run study learn enjoy want need have is are am");
+        "write speak buy sell win fall drive run study learn enjoy want need have is are am choose lead send "
+        "bring "
+        "think know hear sit stand pay spend begin become help wear");
     static const Table beForms = table("is:was are:were am:was");
     for (int start = 0; start < line.wordCount(); ++start) {
         if (!line.word(start).startsSentence) {
@@ -393,6 +496,42 @@ void finiteBe(Line& line, const RuleTools&) {
             line.word(i - 1).startsSentence || words("when because but").contains(line.before(i - 1));
         if (opens) {
             line.replace(i, forms.value(subject));
+        }
+    }
+}
+
+void adverbAfterVerb(Line& line, const RuleTools& tools) {
+    static const Table adverbs = table(
+        "careful:carefully slow:slowly quick:quickly beautiful:beautifully fluent:fluently clear:clearly "
+        "loud:loudly quiet:quietly serious:seriously good:well perfect:perfectly bad:badly easy:easily "
+        "happy:happily safe:safely different:differently polite:politely honest:honestly");
+    // These are no adverbs even in easy speech ("drive slow").
+    static const Words never = words("careful beautiful fluent perfect");
+    static const Words verbs =
+        words("drive speak walk talk sing work play write move act behave learn run dance");
+    for (int i = 2; i < line.wordCount(); ++i) {
+        const QString word = line.lower(i);
+        const auto found = adverbs.constFind(word);
+        if (found == adverbs.constEnd() || !line.isNextTo(i) || !line.endsClause(i) ||
+            isProtected(line.word(i)) || line.punctuationAfter(i) == u',') {
+            continue;
+        }
+        const bool degree = words("very so too really").contains(line.lower(i - 1));
+        int verb = degree ? i - 2 : i - 1;
+        // "speaks English very good"
+        if (verb > 0 && line.isNextTo(verb) && line.isNextTo(verb + 1) && line.tag(verb) == Tag::name &&
+            degree) {
+            --verb;
+        }
+        if (verb < 1 || !line.isNextTo(verb + 1) || !isVerb(line.tag(verb)) ||
+            (!degree && !never.contains(word))) {
+            continue;
+        }
+        for (const Form form : {Form::base, Form::past, Form::gerund, Form::thirdPerson}) {
+            if (verbs.contains(tools.inflections.lemma(line.lower(verb), form))) {
+                line.replace(i, *found);
+                break;
+            }
         }
     }
 }

@@ -6,6 +6,7 @@
 #include "VellumlineService/Correction/SentenceScorer.h"
 #include "VellumlineService/Correction/SlipCost.h"
 
+#include <QSet>
 #include <algorithm>
 #include <limits>
 #include <optional>
@@ -34,6 +35,14 @@ constexpr double leastGainOfRare = -5.5;
 constexpr double otherNumber = 5.0;
 // A word of the other side of the Atlantic than the rest of the line.
 constexpr double otherVariant = 12.0;
+// Two strangers side by side are a name or a phrase of another language as often as two slips.
+constexpr double mostCostBesideStranger = 1.7;
+// A lower-case word that is far from a name was not meant to be one ("haldi" is not Haiti).
+constexpr double mostCostOfName = 1.2;
+// At the start of a sentence a long common word, nearly right, is that word and not a name.
+constexpr double leastGainOfLongCapital = -6;
+constexpr double mostCostOfLongCapital = 0.9;
+constexpr qsizetype longCapital = 7;
 
 bool isProtected(const Token& token) {
     if (token.quotedAlone || token.hyphenated ||
@@ -106,6 +115,26 @@ bool isClipped(const Line& line, int i) {
            (line.punctuationAfter(i) == u'\'' || line.punctuationAfter(i) == QChar(0x2019));
 }
 
+/// Written as people write in a chat: no slip, though no dictionary has it.
+bool isChat(const QString& lower) {
+    static const QSet<QString> abbreviations = [] {
+        const QString list = QStringLiteral(
+            "omg lol lmao rofl imo imho idk afaik iirc irl ily ttyl asap diy faq eta wip aka fomo yolo thx "
+            "tbc "
+            "tbd tbh btw fyi brb ppl pls plz msg smh ftw tldr ngl nvm hmu gtg pdf html xml css json url");
+        const QStringList words = list.split(u' ');
+        return QSet<QString>(words.cbegin(), words.cend());
+    }();
+    // "sooooo", "hmmmm"
+    for (qsizetype i = 3; i < lower.size(); ++i) {
+        if (lower.at(i) == lower.at(i - 1) && lower.at(i) == lower.at(i - 2) &&
+            lower.at(i) == lower.at(i - 3)) {
+            return true;
+        }
+    }
+    return abbreviations.contains(lower);
+}
+
 /// Two strangers or more between quotes: a phrase of another language.
 bool isQuotedPhrase(const Line& line, int i, const std::vector<bool>& wrong) {
     int first = i;
@@ -164,7 +193,7 @@ void applySpelling(Line& line, const RuleTools& tools) {
         const bool foreign =
             capital && i + 1 < line.wordCount() && line.isNextTo(i + 1) && wrong[static_cast<size_t>(i) + 1];
         if (!wrong[static_cast<size_t>(i)] || token.lower.contains(u'\'') || isClipped(line, i) || foreign ||
-            isQuotedPhrase(line, i, wrong)) {
+            isChat(token.lower) || isQuotedPhrase(line, i, wrong)) {
             continue;
         }
         if (!scorer) {
@@ -177,10 +206,20 @@ void applySpelling(Line& line, const RuleTools& tools) {
         double second = highest;
         double costOfBest = 0;
         QString better;
+        const auto isStranger = [&](int at) {
+            return at >= 0 && at < line.wordCount() && wrong[static_cast<size_t>(at)];
+        };
+        const bool besideStranger =
+            (line.isNextTo(i) && isStranger(i - 1)) || (line.isNextTo(i + 1) && isStranger(i + 1));
         const auto candidates = speller.candidates(token.lower);
         for (const Candidate& candidate : *candidates) {
             // "brevities" for "brevity" was no slip of spelling.
             if (candidate.text == base) {
+                continue;
+            }
+            const bool name = (candidate.flags & LanguageModel::capitalWord) != 0;
+            if ((besideStranger && candidate.cost > mostCostBesideStranger) ||
+                (name && !capital && candidate.cost > mostCostOfName)) {
                 continue;
             }
             const double gain = scorer->gain(i, 1, candidate.text.split(u' ')) - slipWeight * candidate.cost -
@@ -188,7 +227,10 @@ void applySpelling(Line& line, const RuleTools& tools) {
                                 (differInNumber(token.lower, candidate.text) ? otherNumber : 0);
             second = std::max(second, std::min(gain, highest));
             highest = std::max(highest, gain);
-            if (gain > best) {
+            const bool clear = capital && !name && candidate.text.size() >= longCapital &&
+                               candidate.cost <= mostCostOfLongCapital &&
+                               (candidate.flags & LanguageModel::usualWord) != 0;
+            if (gain > best || (clear && better.isEmpty() && gain > leastGainOfLongCapital)) {
                 best = gain;
                 costOfBest = candidate.cost;
                 better = candidate.text;
