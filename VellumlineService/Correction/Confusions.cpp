@@ -123,6 +123,29 @@ bool asks(const Line& line, int i) {
     return false;
 }
 
+/// Whether the word is wrong in another way, which a rule of its own mends: "an trap" wants "a", "these
+/// thread" wants the plural, "could sees" the base form.
+bool isOfOtherRule(const Line& line, int i, const QString& meant, const RuleTools& tools) {
+    const QString written = line.lower(i);
+    const QString next = line.follows(i + 1);
+    if (is(written, "an") && is(meant, "and") && !next.isEmpty()) {
+        return gainOf(line, tools, i, 1, {QStringLiteral("a")}) > gainOf(line, tools, i, 1, {meant});
+    }
+    if (is(written, "these") || is(written, "those")) {
+        int head = i + 1;
+        while (line.isNextTo(head + 1) && isAdjective(line.tag(head))) {
+            ++head;
+        }
+        const QString noun = line.follows(head);
+        return !noun.isEmpty() && tools.inflections.is(noun, Form::singular) &&
+               tools.inflections.isCounted(noun) &&
+               gainOf(line, tools, head, 1, {tools.inflections.form(noun, Form::plural)}) >
+                   gainOf(line, tools, i, 1, {meant}) - 1;
+    }
+    return line.isNextTo(i) && line.tag(i - 1) == Tag::modal &&
+           tools.inflections.is(written, Form::thirdPerson);
+}
+
 /// What speaks for the written word besides the model, which sees three words to each side.
 double doubt(const Line& line, int i, const QString& meant, const RuleTools& tools) {
     const QString written = line.lower(i);
@@ -146,7 +169,8 @@ double doubt(const Line& line, int i, const QString& meant, const RuleTools& too
     if (loneVerb || ofDegree || bareSame || beforeVerb || modalBeforeNoun ||
         wantsNounBehind(line, i, meant, nextThen) || fitsAsArticle(line, i, written) ||
         isOnlyFiniteVerb(line, i, isVerb(tag) && tools.inflections.knows(meant)) ||
-        isHeadOfPhrase(line, i, tag) || ownsSubject(line, i, tag) || asks(line, i)) {
+        isHeadOfPhrase(line, i, tag) || ownsSubject(line, i, tag) || asks(line, i) ||
+        isOfOtherRule(line, i, meant, tools)) {
         margin += marginOfFittingForm;
     }
     const auto isUnknown = [&](int at) {

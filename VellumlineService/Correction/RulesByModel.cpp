@@ -212,17 +212,27 @@ void possessor(Line& line, const RuleTools& tools) {
     }
 }
 
+/// "What he does does not matter."
+bool hasClauseAsSubject(const Line& line, int i) {
+    static const Words openers = words("what whatever whoever how where all");
+    for (int k = sentenceStart(line, i); k < i; ++k) {
+        if (openers.contains(line.lower(k))) {
+            return true;
+        }
+    }
+    return false;
+}
+
 void doubledByModel(Line& line, const RuleTools& tools) {
     static const Words emphatic =
         words("all very so really much many that had no yes more far long bye ha never again "
-              "her you well now there what do who blah hear tut her one his please "
-              "does did is was"); // "What he does does not matter."
+              "her you well now there what do who blah hear tut her one his please");
     for (int i = 1; i < line.wordCount(); ++i) {
         const QString word = line.follows(i);
         if (!word.isEmpty() && line.word(i).text == word && word == line.lower(i - 1) &&
-            !emphatic.contains(word) && !isProtected(line.word(i)) && !line.word(i - 1).hyphenated &&
-            i + 1 < line.wordCount() && line.isNextTo(i + 1) &&
-            gainOf(line, tools, i, 2, {line.lower(i + 1)}) > gainOfDoubled) {
+            !emphatic.contains(word) && !(isFiniteVerb(line.tag(i)) && hasClauseAsSubject(line, i)) &&
+            !isProtected(line.word(i)) && !line.word(i - 1).hyphenated && i + 1 < line.wordCount() &&
+            line.isNextTo(i + 1) && gainOf(line, tools, i, 2, {line.lower(i + 1)}) > gainOfDoubled) {
             line.remove(i);
             --i;
         }
