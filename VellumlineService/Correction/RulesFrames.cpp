@@ -284,7 +284,6 @@ void fixedPhrase(Line& line, const RuleTools&) {
         "at my opinion:in my opinion",
         "by my opinion:in my opinion",
         "from my opinion:in my opinion",
-        "for examples:for example",
         "in the conclusion i:in conclusion i",
         "in conclude:in conclusion",
         "as conclusion:in conclusion",

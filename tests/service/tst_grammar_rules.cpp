@@ -327,6 +327,7 @@ const std::vector<RightText>& rightTexts() {
         {"confusion", "If it costs more, then we wait until spring."},
         {"confusion", "When the days are longer then the garden needs water."},
         {"confusion", "When you're part of the crew, you eat here."},
+        {"fixed-phrase", "See the last page for examples of both."},
         {"confusion-frame", "They sat there reading."},
         {"confusion-frame", "The tools that we use to build houses are old."},
         {"confusion-frame", "He was not quite."},
