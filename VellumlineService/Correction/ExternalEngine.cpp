@@ -48,7 +48,7 @@ void ExternalEngine::note(const CorrectionResult& result) {
     if (!settings_.report) {
         return;
     }
-    const QMutexLocker lock(&mutex_);
+    const std::scoped_lock lock(mutex_);
     const bool answered = result.status == CorrectionResult::Status::corrected ||
                           result.status == CorrectionResult::Status::refused;
     if (answered && !lastProblem_.isEmpty()) {

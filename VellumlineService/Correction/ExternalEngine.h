@@ -2,10 +2,10 @@
 
 #include "VellumlineService/Correction/CorrectionEngine.h"
 
-#include <QMutex>
 #include <QSet>
 #include <functional>
 #include <memory>
+#include <mutex>
 
 namespace vellumline {
 
@@ -47,7 +47,7 @@ class ExternalEngine : public CorrectionEngine {
     const std::unique_ptr<CorrectionEngine> external_;
     const std::unique_ptr<CorrectionEngine> builtIn_;
     const ExternalEngineSettings settings_;
-    QMutex mutex_;
+    std::mutex mutex_;
     QString lastProblem_;   ///< Empty while the engine works.
     QSet<QString> refused_; ///< Kinds of refused answers so far.
 };

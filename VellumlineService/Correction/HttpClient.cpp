@@ -1,9 +1,9 @@
 #include "VellumlineService/Correction/HttpClient.h"
 
-#include <QMutex>
 #include <QUrl>
 #include <arpa/inet.h>
 #include <curl/curl.h>
+#include <mutex>
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -139,11 +139,11 @@ std::optional<QString> httpAddressProblem(const QByteArray& url, PlainHttp plain
 
 /// Handles that nobody uses now, with the connections that they keep open.
 struct HttpClient::Handles {
-    QMutex mutex;
+    std::mutex mutex;
     std::vector<Handle> idle;
 
     Handle take() {
-        const QMutexLocker lock(&mutex);
+        const std::scoped_lock lock(mutex);
         if (idle.empty()) {
             return Handle(curl_easy_init());
         }
@@ -153,7 +153,7 @@ struct HttpClient::Handles {
     }
     void give(Handle handle) {
         curl_easy_reset(handle.get());
-        const QMutexLocker lock(&mutex);
+        const std::scoped_lock lock(mutex);
         idle.push_back(std::move(handle));
     }
 };

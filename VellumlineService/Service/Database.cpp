@@ -122,9 +122,9 @@ QString DatabaseAddress::shown() const {
 Database::Database(DatabaseAddress address)
     : address_(std::move(address)), id_(nextDatabaseId.fetch_add(1)) {}
 
-// The connections end here, and not each with its thread: QThread counts a thread as finished before what is
-// local to it is destroyed, so that a program that ended then met drivers which were being closed. Nobody
-// uses them any more.
+// The connections end here, and not each with its thread: whoever waits with QThread for a thread's end has
+// it before what is local to the thread is destroyed, so that a program that ended then met drivers which
+// were being closed. Nobody uses them any more.
 Database::~Database() = default;
 
 void Database::dropConnection() {
@@ -228,7 +228,10 @@ DatabaseAnswer Database::run(const char* statement, const QVariantList& values) 
         return DatabaseAnswer(nullptr);
     }
     if (address_.kind == DatabaseAddress::Kind::sqlite) {
-        const QMutexLocker lock(reads || first.inTransaction ? nullptr : &writing_);
+        std::unique_lock lock(writing_, std::defer_lock);
+        if (!reads && !first.inTransaction) {
+            lock.lock();
+        }
         return DatabaseAnswer(tryOnce(first, statement, values));
     }
     if (QSqlQuery* query = tryOnce(first, statement, values)) {
@@ -252,7 +255,10 @@ bool Database::inTransaction(const std::function<bool()>& work) {
     // SQLITE_BUSY without any wait (sqlite.org/lang_transaction.html).
     const QString begin = address_.kind == DatabaseAddress::Kind::sqlite ? QStringLiteral("BEGIN IMMEDIATE")
                                                                          : QStringLiteral("BEGIN");
-    const QMutexLocker lock(address_.kind == DatabaseAddress::Kind::sqlite ? &writing_ : nullptr);
+    std::unique_lock lock(writing_, std::defer_lock);
+    if (address_.kind == DatabaseAddress::Kind::sqlite) {
+        lock.lock();
+    }
     if (connection().refusedWrite) {
         dropConnection();
     }

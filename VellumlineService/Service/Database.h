@@ -1,6 +1,5 @@
 #pragma once
 
-#include <QMutex>
 #include <QSqlQuery>
 #include <QString>
 #include <QVariant>
@@ -97,7 +96,7 @@ class Database {
     const DatabaseAddress address_;
     /// SQLite has one writer at a time and lets others sleep for up to 100 ms between looks; here they are
     /// woken.
-    QMutex writing_;
+    std::mutex writing_;
     const quint64 id_;
     FailureReport report_;
     std::mutex connectionsMutex_;

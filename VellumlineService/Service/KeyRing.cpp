@@ -16,7 +16,7 @@ const SigningKey* KeyRing::newest(qint64 now) const {
 }
 
 std::optional<SigningKey> KeyRing::current(qint64 now) {
-    const QMutexLocker lock(&mutex_);
+    const std::scoped_lock lock(mutex_);
     if (const SigningKey* key = newest(now)) {
         return *key;
     }
@@ -38,7 +38,7 @@ std::optional<SigningKey> KeyRing::find(const QString& id, qint64 now) {
     if (id.isEmpty()) {
         return {};
     }
-    const QMutexLocker lock(&mutex_);
+    const std::scoped_lock lock(mutex_);
     for (int round = 0; round < 2; ++round) {
         for (const SigningKey& key : std::as_const(keys_)) {
             if (key.id == id) {

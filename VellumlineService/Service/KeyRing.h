@@ -2,7 +2,7 @@
 
 #include "VellumlineService/Service/Storage.h"
 
-#include <QMutex>
+#include <mutex>
 
 namespace vellumline {
 
@@ -25,7 +25,7 @@ class KeyRing {
     Storage& storage_;
     const qint64 periodSeconds_;
     const qint64 validSeconds_;
-    QMutex mutex_;
+    std::mutex mutex_;
     QList<SigningKey> keys_;
     static constexpr int searchesASecond = 20;
     qint64 searchedAt_ = 0;

@@ -32,7 +32,7 @@ void ServiceLog::write(const QString& level, const QString& name, const QJsonObj
         }
     }
     line += '\n';
-    const QMutexLocker lock(&mutex_);
+    const std::scoped_lock lock(mutex_);
     std::fwrite(line.constData(), 1, static_cast<size_t>(line.size()), stream_);
     std::fflush(stream_);
 }

@@ -1,8 +1,8 @@
 #pragma once
 
 #include <QJsonObject>
-#include <QMutex>
 #include <cstdio>
+#include <mutex>
 
 namespace vellumline {
 
@@ -23,7 +23,7 @@ class ServiceLog {
 
     const Format format_;
     std::FILE* const stream_;
-    QMutex mutex_;
+    std::mutex mutex_;
 };
 
 } // namespace vellumline

@@ -23,7 +23,7 @@ qint64 residentBytes() {
 
 void ServiceMetrics::answered(const QByteArray& route, int status, qint64 microseconds) {
     const double seconds = static_cast<double>(microseconds) / 1e6;
-    const QMutexLocker lock(&mutex_);
+    const std::scoped_lock lock(mutex_);
     ++requests_[{route, status}];
     Times& times = times_[route];
     ++times.count;
@@ -34,12 +34,12 @@ void ServiceMetrics::answered(const QByteArray& route, int status, qint64 micros
 }
 
 void ServiceMetrics::databaseFailed() {
-    const QMutexLocker lock(&mutex_);
+    const std::scoped_lock lock(mutex_);
     ++databaseFailures_;
 }
 
 QByteArray ServiceMetrics::text(const Gauges& gauges, const QByteArray& version) const {
-    const QMutexLocker lock(&mutex_);
+    const std::scoped_lock lock(mutex_);
     QByteArray out = head("vellumline_build_info", "gauge", "The version that runs.") +
                      "vellumline_build_info{version=\"" + version + "\"} 1\n";
     out += head("vellumline_requests_total", "counter", "Answered requests.");

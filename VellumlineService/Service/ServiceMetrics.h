@@ -2,8 +2,8 @@
 
 #include <QByteArray>
 #include <QMap>
-#include <QMutex>
 #include <array>
+#include <mutex>
 
 namespace vellumline {
 
@@ -29,7 +29,7 @@ class ServiceMetrics {
         double seconds = 0;
     };
 
-    mutable QMutex mutex_;
+    mutable std::mutex mutex_;
     QMap<std::pair<QByteArray, int>, quint64> requests_;
     QMap<QByteArray, Times> times_;
     quint64 databaseFailures_ = 0;
