@@ -81,6 +81,9 @@ class QtKeyMonitorTest : public QObject {
     }
     void cleanup() {
         window_.reset();
+        monitor_.reset();
+        keys_.reset();
+        connection_.reset();
         QCOMPARE(user_->keysDown(), QList<int>());
     }
 
