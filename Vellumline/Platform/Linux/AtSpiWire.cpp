@@ -127,6 +127,7 @@ std::optional<QList<Reference>> focusedItems(const QDBusMessage& answer, int mos
         if (states && states->contains(State::focused))
             result.append(node);
     }
+    argument.endArray(); // what was begun and not ended keeps the whole answer in memory
     return result;
 }
 
