@@ -6,12 +6,14 @@
 # writes what it finds into a file, and any such file fails the run, whatever the tests make of it. GCC's UBSan beside ASan
 # knows no files: it ends the program, and is looked for in the logs. That faults are found so is proved first.
 #
-#   asan.sh [OPTION of ctest…]        -L 'contract|desktop|service' by default
+#   asan.sh [OPTION of ctest…]        the three labels by default, without two tests that cannot run so
 set -euo pipefail
 root=$(cd "$(dirname "$(readlink -f "${BASH_SOURCE[0]}")")/.." && pwd)
 cd "$root"
 arguments=("$@")
-[ ${#arguments[@]} -gt 0 ] || arguments=(-L 'contract|desktop|service')
+# Left out: leaks reads all of the program's memory, which is terabytes of shadow here; systemd_units looks at a sandbox in
+# which LeakSanitizer cannot stop the process to look at it.
+[ ${#arguments[@]} -gt 0 ] || arguments=(-L 'contract|desktop|service' -E '^(leaks|systemd_units)$')
 build=$root/build/asan
 reports=$build/reports
 rm -rf "$reports"
