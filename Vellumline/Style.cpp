@@ -124,7 +124,7 @@ bool showsFocus(const QWidget* widget) {
 /// Draws a template image: only its shape counts, the colour is given.
 class TemplateIconEngine final : public QIconEngine {
   public:
-    TemplateIconEngine(QString name, QColor color) : name_(std::move(name)), color_(std::move(color)) {}
+    TemplateIconEngine(QString name, QColor color) : name_(std::move(name)), color_(color) {}
 
     void paint(QPainter* painter, const QRect& rect, QIcon::Mode /*mode*/, QIcon::State /*state*/) override {
         paintDrawing(*painter, name_, rect, color_);

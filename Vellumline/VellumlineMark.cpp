@@ -69,7 +69,7 @@ constexpr std::array steps{
 
 class MarkIconEngine final : public QIconEngine {
   public:
-    explicit MarkIconEngine(QColor color) : color_(std::move(color)) {}
+    explicit MarkIconEngine(QColor color) : color_(color) {}
 
     void paint(QPainter* painter, const QRect& rect, QIcon::Mode /*mode*/, QIcon::State /*state*/) override {
         painter->save();

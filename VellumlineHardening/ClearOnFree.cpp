@@ -14,11 +14,11 @@
 
 extern "C" {
 
-// NOLINTBEGIN(bugprone-reserved-identifier): the names that the C library has
+// NOLINTBEGIN(bugprone-reserved-identifier,readability-identifier-naming): the names that the C library has
 void __libc_free(void* block);
 void* __libc_malloc(std::size_t size);
 void* __libc_realloc(void* block, std::size_t size);
-// NOLINTEND(bugprone-reserved-identifier)
+// NOLINTEND(bugprone-reserved-identifier,readability-identifier-naming)
 
 void free(void* block) noexcept {
     if (block == nullptr)

@@ -103,6 +103,7 @@ std::vector<Candidate> CandidateFinder::find(const QByteArray& typed, double lim
     std::sort(near.begin(), near.end(), [&](const auto& a, const auto& b) { return rank(a) < rank(b); });
     near.resize(std::min(near.size(), mostCandidates));
     std::vector<Candidate> found;
+    found.reserve(near.size());
     for (const auto& [cost, word] : near) {
         found.push_back({QString::fromUtf8(model_.text(word)), cost, model_.flags(word)});
     }

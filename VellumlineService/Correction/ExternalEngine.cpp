@@ -33,7 +33,7 @@ CorrectionResult ExternalEngine::correct(QString text) {
             text = own.text;
         }
     }
-    const CorrectionResult result = external_->correct(text);
+    CorrectionResult result = external_->correct(text);
     note(result);
     if (result.status == CorrectionResult::Status::corrected || settings_.fallback == Fallback::none) {
         return result;

@@ -66,7 +66,7 @@ std::optional<LanguageToolReply> parseLanguageToolReply(const QByteArray& body, 
                           detected.value(QStringLiteral("confidence")).toDouble() >= sureOfLanguage;
 
     const QJsonArray matches = object.value(QStringLiteral("matches")).toArray();
-    for (const QJsonValue& value : matches) {
+    for (const auto& value : matches) {
         const QJsonObject match = value.toObject();
         const auto offset = position(match.value(QStringLiteral("offset")), text.size());
         const auto length =

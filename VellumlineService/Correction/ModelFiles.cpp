@@ -15,7 +15,7 @@ QString modelFile(const QString& language) {
     for (const QString& folder :
          {QFileInfo(program).path() + QStringLiteral("/../share/vellumline/models"),
           QStringLiteral("/usr/share/vellumline/models"), QStringLiteral(VELLUMLINE_MODEL_FOLDER)}) {
-        const QString file = folder + u'/' + name;
+        QString file = folder + u'/' + name;
         if (QFileInfo::exists(file)) {
             return file;
         }

@@ -65,7 +65,7 @@ void applyPhrases(Line& line, const Phrases& table) {
 
 QString verbLemma(const QString& word, const Inflections& inflections) {
     for (const Form form : {Form::base, Form::past, Form::participle, Form::gerund, Form::thirdPerson}) {
-        const QString lemma = inflections.lemma(word, form);
+        QString lemma = inflections.lemma(word, form);
         if (!lemma.isEmpty()) {
             return lemma;
         }

@@ -32,7 +32,7 @@ QString baseOf(const QString& word, const Inflections& inflections) {
         return {};
     }
     for (const Form form : {Form::past, Form::participle, Form::thirdPerson}) {
-        const QString base = inflections.changed(word, form, Form::base);
+        QString base = inflections.changed(word, form, Form::base);
         if (!base.isEmpty() && base != word) {
             return base;
         }

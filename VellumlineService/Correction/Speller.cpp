@@ -187,7 +187,7 @@ bool Speller::isListed(const QString& lower) const {
 QString Speller::derivedFrom(const QString& lower) const {
     constexpr qsizetype shortestBase = 5;
     const auto isBase = [&](const QString& word) { return word.size() >= shortestBase && isListed(word); };
-    if (const QString base = lower.chopped(3) + u'y'; lower.endsWith(QStringLiteral("ies")) && isBase(base)) {
+    if (QString base = lower.chopped(3) + u'y'; lower.endsWith(QStringLiteral("ies")) && isBase(base)) {
         return base;
     }
     for (const char* text : {"s", "es", "ly", "ness", "less"}) {
@@ -272,7 +272,7 @@ std::shared_ptr<const std::vector<Candidate>> Speller::candidates(const QString&
     }
     const qsizetype length = lower.size();
     const double limit = length <= 3 ? 1.3 : length == 4 ? 1.3 : length == 5 ? 1.8 : length <= 7 ? 2.0 : 2.4;
-    const auto made = std::make_shared<const std::vector<Candidate>>(
+    auto made = std::make_shared<const std::vector<Candidate>>(
         finder_ ? finder_->find(lower.toLatin1(), limit) : suggestions(lower));
     const std::unique_lock lock(memory_);
     if (remembered_.size() >= rememberedLimit) {

@@ -20,7 +20,7 @@ bool isCheckoutUrl(const QString& text) {
 }
 
 QString checkoutUrl(Storage& storage, const ServiceSettings& settings, const QString& plan) {
-    const QString set = storage.setting(plan + QStringLiteral("CheckoutUrl")).value_or(QString());
+    QString set = storage.setting(plan + QStringLiteral("CheckoutUrl")).value_or(QString());
     if (!set.isEmpty()) {
         return set;
     }

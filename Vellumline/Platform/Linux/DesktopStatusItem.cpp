@@ -27,7 +27,7 @@ constexpr std::array<std::chrono::milliseconds, 3> untilPanelsAreDrawn = {1s, 4s
 /// A template image on the ground of a pressed button.
 class HighlightedIconEngine final : public QIconEngine {
   public:
-    HighlightedIconEngine(QIcon icon, QColor color) : icon_(std::move(icon)), color_(std::move(color)) {}
+    HighlightedIconEngine(QIcon icon, QColor color) : icon_(std::move(icon)), color_(color) {}
 
     void paint(QPainter* painter, const QRect& rect, QIcon::Mode /*mode*/, QIcon::State /*state*/) override {
         constexpr double radiusShare = 0.2;
