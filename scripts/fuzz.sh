@@ -24,19 +24,19 @@ fi
 build=$root/build/fuzz
 scripts/build.sh fuzz "$build" -- "${targets[@]}"
 
-failed=()
-for target in "${targets[@]}"; do
+# As many at a time as there are processors: each target is one thread.
+run_target() {
+    local target=$1 seconds=$2 build=$3 seeds=() log=$3/findings/$1.log
     mkdir -p "$build/findings" "$build/corpus/$target"
-    seeds=()
     if [ -d "fuzz/seeds/$target" ]; then seeds=("fuzz/seeds/$target"); fi
-    log=$build/findings/$target.log
     if QT_QPA_PLATFORM=offscreen "$build/fuzz/$target" -max_total_time="$seconds" -timeout=10 -rss_limit_mb=1500 \
         -artifact_prefix="$build/findings/$target-" "$build/corpus/$target" "${seeds[@]}" >"$log" 2>&1; then
         echo "fuzz: $target clean: $(grep -aoE 'Done [0-9]+ runs in [0-9]+ second' "$log" | tail -1)"
     else
-        echo "fuzz: $target FAILED"
-        tail -n 40 "$log"
-        failed+=("$target")
+        printf '%s\n' "fuzz: $target FAILED" "$(tail -n 40 "$log")"
+        return 1
     fi
-done
-[ ${#failed[@]} = 0 ] || { echo "fuzz: findings in ${failed[*]}"; exit 1; }
+}
+export -f run_target
+printf '%s\0' "${targets[@]}" | xargs -0 -P "$(nproc)" -I{} bash -c 'run_target "$@"' _ {} "$seconds" "$build" ||
+    { echo "fuzz: findings"; exit 1; }
