@@ -3,7 +3,7 @@
 # FILE:LINE: RULE: TEXT. Exit status 1 when there is any.
 #
 #   check-architecture.sh [FOLDER]        check the tree, or the one in FOLDER
-#   check-architecture.sh --self-test     prove that every rule can fail: plant each violation in a copy of the tree
+#   check-architecture.sh --self-test     prove that every rule can fail: plant each violation in a copy of some of the tree
 set -euo pipefail
 root=$(cd "$(dirname "$(readlink -f "${BASH_SOURCE[0]}")")/.." && pwd)
 
@@ -120,7 +120,9 @@ self_test() {
     copy=$(mktemp -d)
     # shellcheck disable=SC2064  # the name is wanted as it is now
     trap "rm -rf '$copy'" EXIT
-    (cd "$root" && tar cf - --exclude='*/build' Vellumline VellumlineCore VellumlineService) | tar xf - -C "$copy"
+    # A few files are enough for the rules, and quickly read fifty times.
+    (cd "$root" && tar cf - VellumlineCore/*.txt Vellumline/*.txt Vellumline/main.cpp Vellumline/VellumlineApp.cpp \
+        Vellumline/Platform/X11/*.h Vellumline/Platform/Linux/*.h VellumlineService/*.cpp) | tar xf - -C "$copy"
     # PATH | LINE | words of the rule. A "+" before the path adds the line to a file that is there.
     local plants=(
         'VellumlineCore/Planted.h|#include <QImage>|VellumlineCore may include'
