@@ -75,7 +75,7 @@ QCoro::Task<RewriteOutcome> SelectionSwapper::rewrite() {
 
     if (trimmedWhitespace(text).isEmpty())
         co_return RewriteOutcome::problem(Problem::noSelection);
-    if (characterCount(text) > maximumCharacters)
+    if (hasMoreCharactersThan(text, maximumCharacters))
         co_return RewriteOutcome::problem(RewriteProblem::tooLong(maximumCharacters));
 
     co_return co_await correct(text, font, snapshot, answer.target);

@@ -4,9 +4,8 @@
 
 namespace vellumline {
 
-/// Lengths the user sees: extended grapheme clusters (Unicode UAX #29), never UTF-16 units.
-qsizetype characterCount(const QString& text);
-/// Whether the text has more than `limit` characters; stops counting there.
+/// Whether the text has more than `limit` characters as the user sees them: extended grapheme clusters
+/// (Unicode UAX #29), never UTF-16 units. Looks at no more of a long text than that takes.
 bool hasMoreCharactersThan(const QString& text, qsizetype limit);
 /// The text without Unicode white space and line separators at both ends.
 QString trimmedWhitespace(const QString& text);
