@@ -179,6 +179,16 @@ class X11PasteboardTest : public QObject {
         QCOMPARE(pasted->type, QByteArray("image/bmp"));
     }
 
+    void aLargeTextIsReadWhole() {
+        const QString text = QString::fromLatin1(patternOf(9 << 20).toBase64());
+        PasteboardItem item;
+        item.set(PasteboardType::string, text.toUtf8());
+        QVERIFY(QCoro::waitFor(board_->write({item})));
+        const auto other = X11Pasteboard::open();
+        QVERIFY(other);
+        QCOMPARE(QCoro::waitFor(other->string()), std::optional(text));
+    }
+
     void manyReadersOfALargeTypeAtOnceAllGetAllOfIt() {
         PasteboardItem item;
         item.set(QStringLiteral("image/bmp"), patternOf(5 << 20));

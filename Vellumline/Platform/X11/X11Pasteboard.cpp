@@ -405,7 +405,7 @@ QCoro::Task<std::optional<QByteArray>> X11Pasteboard::data(QString type) {
 }
 
 QCoro::Task<std::optional<QString>> X11Pasteboard::string() {
-    const auto found = co_await find(PasteboardType::string, limits_.textBytes);
+    const auto found = co_await find(PasteboardType::string, limits_.snapshotBytes);
     std::optional<QString> text;
     if (found)
         text = clipboardFormats::decodeText(found->data, found->target, found->encoding);

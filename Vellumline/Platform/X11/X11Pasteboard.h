@@ -23,8 +23,7 @@ class X11Pasteboard final : public QObject, public Pasteboard {
         std::chrono::milliseconds snapshotTime{1500};
         /// ...and stops in any case after so long.
         std::chrono::milliseconds longestSnapshot{4000};
-        qsizetype snapshotBytes = qsizetype(160) << 20; ///< all representations together
-        qsizetype textBytes = qsizetype(8) << 20;       ///< string()
+        qsizetype snapshotBytes = qsizetype(160) << 20; ///< all representations together; string(), data()
         /// The next write waits so long for the target of a paste. With the 600 ms that the correction stays
         /// anyway this makes 3 s after the key.
         std::chrono::milliseconds pasteRead{2400};
