@@ -24,7 +24,8 @@ constexpr int spaceAfterDetail = 20;
 
 } // namespace
 
-PromptPanel::PromptPanel(QObject* parent) : QObject(parent) {}
+PromptPanel::PromptPanel(std::function<void(QWidget& window)> prepareWindow)
+    : prepareWindow_(std::move(prepareWindow)) {}
 
 PromptPanel::~PromptPanel() {
     if (window_) {
@@ -33,7 +34,7 @@ PromptPanel::~PromptPanel() {
     }
 }
 
-void PromptPanel::show(const QString& title, const QString& detail, const QList<PromptAction>& actions,
+void PromptPanel::show(const QString& title, const QString& detail, const QList<Action>& actions,
                        std::function<void()> onFinish) {
     close();
     actions_ = actions;
@@ -87,6 +88,8 @@ void PromptPanel::show(const QString& title, const QString& detail, const QList<
     window->setFixedHeight(window->heightForWidth(window->width()));
     place(window);
     window_ = window;
+    if (prepareWindow_)
+        prepareWindow_(*window);
     window->show();
     window->raise();
 }
@@ -107,7 +110,8 @@ void PromptPanel::place(QWidget* window) {
     if (screen == nullptr)
         return;
     const QRect visible = screen->availableGeometry();
-    window->move(visible.center() - QPoint(window->width() / 2, window->height() / 2));
+    const QSize size = window->frameGeometry().size(); // the title bar too, once the window has one
+    window->move(visible.center() - QPoint(size.width() / 2, size.height() / 2));
 }
 
 void PromptPanel::pressed(qsizetype index) {

@@ -12,10 +12,13 @@ namespace vellumline {
 class PromptPanel final : public QObject, public Prompts {
     Q_OBJECT
   public:
-    explicit PromptPanel(QObject* parent = nullptr);
+    using Action = PromptAction;
+
+    /// `prepareWindow` is given each window before it is shown.
+    explicit PromptPanel(std::function<void(QWidget& window)> prepareWindow = {});
     ~PromptPanel() override;
 
-    void show(const QString& title, const QString& detail, const QList<PromptAction>& actions,
+    void show(const QString& title, const QString& detail, const QList<Action>& actions,
               std::function<void()> onFinish) override;
     bool bringToFront() override;
 
@@ -34,8 +37,9 @@ class PromptPanel final : public QObject, public Prompts {
     void close();
     void windowWillClose();
 
+    std::function<void(QWidget& window)> prepareWindow_;
     QPointer<QWidget> window_;
-    QList<PromptAction> actions_;
+    QList<Action> actions_;
     std::function<void()> onFinish_ = [] {};
 };
 

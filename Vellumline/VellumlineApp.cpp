@@ -120,7 +120,7 @@ struct VellumlineApp::Parts {
     XdgAutostart autostart{{QStringLiteral("com.kelthorne.Vellumline"),
                             QStringLiteral("Vellumline"),
                             {QCoreApplication::applicationFilePath()}}};
-    PromptPanel prompts;
+    PromptPanel prompts{X11PanelWindow::joinAllDesktops};
 
     std::unique_ptr<AppModel> model;
     std::unique_ptr<Updates> updates;

@@ -146,6 +146,23 @@ def a_second_press_shows_the_same_question_again(session, editor):
 
 
 @with_editor
+def a_question_is_on_every_desktop(session, editor):
+    editor.press_shortcut()
+    session.expect_prompt(SIGN_IN)
+    window = session.x_window()
+    try:
+        run("wmctrl", "-s", "1")
+        wait_for("the editor to be out of sight", 5, lambda: b"IsViewable" not in run("xwininfo", "-id", editor.window))
+        if b"IsViewable" not in run("xwininfo", "-id", window):
+            raise Failure("the question stayed behind on the first desktop")
+    finally:
+        run("wmctrl", "-s", "0")
+    wait_for("the editor to be back", 5, lambda: b"IsViewable" in run("xwininfo", "-id", editor.window))
+    session.press_button(session.prompt, "Not now")
+    session.expect_no_prompt()
+
+
+@with_editor
 def a_question_is_dismissed_in_each_way(session, editor):
     for dismiss in (lambda: session.press_button(session.prompt, "Not now"),
                     lambda: (session.focus_prompt(), press("Escape")),
@@ -279,6 +296,7 @@ CASES = [
     signed_out_asks_to_sign_in,
     keys_go_on_into_the_editor_behind_a_prompt,
     a_second_press_shows_the_same_question_again,
+    a_question_is_on_every_desktop,
     a_question_is_dismissed_in_each_way,
     return_presses_the_rightmost_button,
     a_closed_account_that_only_the_service_knows_of,

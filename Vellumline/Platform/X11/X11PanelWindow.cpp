@@ -19,16 +19,34 @@ xcb_atom_t atomNamed(xcb_connection_t* connection, const char* name) {
     return atom;
 }
 
+/// The toolkit's own connection, so that what follows comes behind its request that makes the window; null
+/// without one.
+xcb_connection_t* toolkitConnection() {
+    const auto* application = qGuiApp->nativeInterface<QNativeInterface::QX11Application>();
+    return application != nullptr ? application->connection() : nullptr;
+}
+
 } // namespace
 
-void prepare(QWidget& window) {
+void joinAllDesktops(QWidget& window) {
     const auto id = static_cast<xcb_window_t>(window.winId());
-    const auto* application = qGuiApp->nativeInterface<QNativeInterface::QX11Application>();
-    if (application == nullptr)
+    xcb_connection_t* connection = toolkitConnection();
+    if (connection == nullptr)
         return;
-    // On the toolkit's own connection, behind its request that makes the window. Until the window is mapped
-    // the property is its owner's to write, and the toolkit adds its states to what is there.
-    xcb_connection_t* connection = application->connection();
+    constexpr std::uint32_t all = 0xFFFFFFFF;
+    xcb_change_property(connection, XCB_PROP_MODE_REPLACE, id, atomNamed(connection, "_NET_WM_DESKTOP"),
+                        XCB_ATOM_CARDINAL, 32, 1, &all);
+    xcb_flush(connection);
+}
+
+void prepare(QWidget& window) {
+    joinAllDesktops(window);
+    const auto id = static_cast<xcb_window_t>(window.winId());
+    xcb_connection_t* connection = toolkitConnection();
+    if (connection == nullptr)
+        return;
+    // Until the window is mapped the property is its owner's to write, and the toolkit adds its states to
+    // what is there.
     const std::array states = {atomNamed(connection, "_NET_WM_STATE_SKIP_TASKBAR"),
                                atomNamed(connection, "_NET_WM_STATE_SKIP_PAGER")};
     xcb_change_property(connection, XCB_PROP_MODE_APPEND, id, atomNamed(connection, "_NET_WM_STATE"),
