@@ -32,15 +32,18 @@ constexpr double buttonSide = 24;
 constexpr double fallbackInset = 28;
 constexpr QSize smallestContent(41, 21); // below that the content has not been laid out yet
 
+double primaryHeight() {
+    const QScreen* primary = QGuiApplication::primaryScreen();
+    return primary != nullptr ? primary->geometry().height() : 0;
+}
+
 /// Screen coordinates whose y grows upward, with the origin at the bottom left of the primary screen.
 PanelRect upward(const QRectF& rect) {
-    const double primaryHeight = QGuiApplication::primaryScreen()->geometry().height();
-    return {rect.x(), primaryHeight - rect.y() - rect.height(), rect.width(), rect.height()};
+    return {rect.x(), primaryHeight() - rect.y() - rect.height(), rect.width(), rect.height()};
 }
 
 QRectF downward(const PanelRect& rect) {
-    const double primaryHeight = QGuiApplication::primaryScreen()->geometry().height();
-    return {rect.x, primaryHeight - rect.maxY(), rect.width, rect.height};
+    return {rect.x, primaryHeight() - rect.maxY(), rect.width, rect.height};
 }
 
 bool sameFrame(const PanelRect& a, const PanelRect& b) {
@@ -59,7 +62,7 @@ class StatusMenuPanel : public QWidget {
           content_(new MenuContent(model, actions, this)) {
         setWindowTitle(QStringLiteral("Vellumline"));
         auto* layout = new QVBoxLayout(this);
-        layout->setContentsMargins(1, 1, 1, 1);
+        layout->setContentsMargins(0, 0, 0, 0); // the border lies over the outermost points of the content
         layout->addWidget(content_);
         layout->setSizeConstraint(QLayout::SetNoConstraint); // the menu sizes it, together with its place
     }
@@ -172,10 +175,7 @@ StatusMenuPanel& StatusMenu::buildPanel() {
         // Later: the panel is never resized from inside a layout pass.
         connect(panel_->content(), &MenuContent::sizeMayHaveChanged, this, &StatusMenu::relayout,
                 Qt::QueuedConnection);
-        connect(panel_->content(), &MenuContent::pageChanged, this, &StatusMenu::relayoutSoon,
-                Qt::QueuedConnection);
-        if (dependencies_.preparePanel)
-            dependencies_.preparePanel(*panel_);
+        connect(panel_->content(), &MenuContent::pageChanged, this, &StatusMenu::relayoutSoon);
     }
     return *panel_;
 }
@@ -186,6 +186,8 @@ void StatusMenu::show() {
         const auto front = dependencies_.workspace.frontmostApplication();
         const bool isOwn = front && front->processIdentifier == QCoreApplication::applicationPid();
         cameFrom_ = isOwn ? std::nullopt : front;
+        if (dependencies_.preparePanel)
+            dependencies_.preparePanel(panel);
     }
     panel.content()->willShow();
     relayout();
@@ -248,13 +250,12 @@ bool StatusMenu::eventFilter(QObject* watched, QEvent* event) {
     if (event->type() == QEvent::MouseButtonPress && watched->isWidgetType()) {
         const auto* press = static_cast<QMouseEvent*>(event);
         if (press->button() == Qt::LeftButton || press->button() == Qt::RightButton)
-            closeIfClickedOutside(static_cast<QWidget*>(watched)->window(),
-                                  press->globalPosition().toPoint());
+            closeIfClick(static_cast<QWidget*>(watched)->window(), press->globalPosition().toPoint());
     }
     return QObject::eventFilter(watched, event);
 }
 
-void StatusMenu::closeIfClickedOutside(const QWidget* window, QPoint position) {
+void StatusMenu::closeIfClick(const QWidget* window, QPoint position) {
     if (!isOpen() || window == panel_.get())
         return;
     // An item that is embedded in the desktop's panel is a window of ours; its own action follows.
@@ -271,7 +272,7 @@ void StatusMenu::relayout() {
     const QSize size = panel_->layout()->sizeHint();
     if (size.width() < smallestContent.width() || size.height() < smallestContent.height())
         return;
-    const PanelRect target = frameAtStatusItem(size);
+    const PanelRect target = frameUnderStatusItem(size);
     if (sameFrame(upward(panel_->geometry()), target))
         return;
     placing_ = true;
@@ -292,7 +293,7 @@ QCoro::Task<void> StatusMenu::relayoutLater() {
         self->relayout();
 }
 
-PanelRect StatusMenu::frameAtStatusItem(QSize size) const {
+PanelRect StatusMenu::frameUnderStatusItem(QSize size) const {
     const PanelRect button = anchor();
     const QScreen* screen = screenOf(button);
     const PanelRect visible = screen != nullptr ? upward(screen->availableGeometry())

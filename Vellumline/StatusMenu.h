@@ -65,9 +65,9 @@ class StatusMenu : public QObject {
     QCoro::Task<void> relayoutLater();
     void installMonitors();
     void removeMonitors();
-    void closeIfClickedOutside(const QWidget* window, QPoint position);
+    void closeIfClick(const QWidget* window, QPoint position);
     void giveInputBack();
-    PanelRect frameAtStatusItem(QSize size) const;
+    PanelRect frameUnderStatusItem(QSize size) const;
     PanelRect anchor() const;
     PanelRect clickedButtonFrame(QPoint point) const;
     PanelRect fallbackButtonFrame() const;
