@@ -4,18 +4,22 @@ namespace vellumline {
 
 Updates::Updates(const std::optional<UpdateFeed>& feed, const QString& currentVersion, AppModel& model,
                  HTTPTransport& transport, Workspace& workspace, Clock& clock)
-    : model_(model) {
-    const std::optional<SoftwareVersion> current = SoftwareVersion::parse(currentVersion);
-    if (feed && current)
-        controller_ = std::make_unique<UpdaterController>(*feed, *current, transport, workspace, clock);
-}
+    : feed_(feed), current_(SoftwareVersion::parse(currentVersion)), model_(model), transport_(transport),
+      workspace_(workspace), clock_(clock) {}
 
 void Updates::start() {
-    if (controller_)
-        controller_->checkQuietlyLater();
+    if (started_)
+        return;
+    started_ = true;
+    if (!feed_ || !current_)
+        return;
+    controller_ = std::make_unique<UpdaterController>(*feed_, *current_, transport_, workspace_, clock_);
+    controller_->checkQuietlyLater();
 }
 
 void Updates::checkForUpdates() {
+    if (!started_)
+        return;
     if (controller_)
         controller_->checkForUpdates();
     else

@@ -24,7 +24,9 @@ const QString feedAddress = QStringLiteral("https://example.org/feed.xml");
 struct UpdatesOnFakes {
     explicit UpdatesOnFakes(const QString& address = feedAddress)
         : updates(UpdateFeed::resolve(address, publisher.publicKey()), QStringLiteral("1.2.0"), model.model(),
-                  transport, model.workspace, clock) {}
+                  transport, model.workspace, clock) {
+        updates.start();
+    }
     /// Every task comes to its end.
     ~UpdatesOnFakes() {
         clock.advance(1h);
@@ -127,12 +129,27 @@ class UpdatesTest : public QObject {
         FakeClock clock;
         Updates updates(UpdateFeed::resolve(address, key), QStringLiteral("1.2.0"), fakes.model(), transport,
                         fakes.workspace, clock);
-        QVERIFY(updates.controller() == nullptr);
         updates.start();
+        QVERIFY(updates.controller() == nullptr);
         QCOMPARE(clock.pendingSleeps(), 0);
         updates.checkForUpdates();
         QCOMPARE(fakes.model().statusText(), std::optional(QStringLiteral("This build has no update feed.")));
         QCOMPARE(transport.requests.size(), 0);
+    }
+
+    void beforeTheStartTheCommandDoesNothing() {
+        for (const QString& address : {QString(feedAddress), QString()}) {
+            ModelOnFakes fakes;
+            FakeHTTPTransport transport;
+            FakeClock clock;
+            Updates updates(UpdateFeed::resolve(address, Publisher().publicKey()), QStringLiteral("1.2.0"),
+                            fakes.model(), transport, fakes.workspace, clock);
+            updates.checkForUpdates();
+            QVERIFY(updates.controller() == nullptr);
+            QVERIFY(!fakes.model().statusText());
+            QCOMPARE(transport.requests.size(), 0);
+            QCOMPARE(openDialogs(), 0);
+        }
     }
 
     void onlyALoopbackAddressOfTheEnvironmentCounts() {
@@ -448,7 +465,6 @@ class UpdatesTest : public QObject {
     void theStartLooksOnceAndOnlyANewerVersionIsShown() {
         UpdatesOnFakes f;
         f.queueSigned(feedWith("1.3"));
-        f.updates.start();
         f.clock.advance(4999ms);
         UpdatesOnFakes::settle();
         QCOMPARE(f.transport.requests.size(), 0);
@@ -488,7 +504,6 @@ class UpdatesTest : public QObject {
         else
             f.transport.queue(status, document);
         f.transport.queue(200, signature);
-        f.updates.start();
         f.clock.advance(5s);
         ModelOnFakes::waitUntil([&] {
             return f.transport.pending() == 0 && f.transport.requests.size() == (status == 200 ? 2 : 1);
@@ -502,7 +517,6 @@ class UpdatesTest : public QObject {
     void aPressDuringTheLookOfTheStartShowsItsResult() {
         UpdatesOnFakes f;
         f.transport.queueHeld();
-        f.updates.start();
         f.clock.advance(5s);
         UpdatesOnFakes::settle();
         f.updates.checkForUpdates();
@@ -516,7 +530,6 @@ class UpdatesTest : public QObject {
 
     void aLookOfTheUserReplacesTheOneOfTheStart() {
         UpdatesOnFakes f;
-        f.updates.start();
         f.queueSigned(feedWith("1.2.0"));
         f.check();
         f.clock.advance(1h);
@@ -584,6 +597,7 @@ class UpdatesTest : public QObject {
         Updates updates(
             UpdateFeed::resolve({}, {}, server.address("feed.xml"), QString::fromLatin1(*publicKey)),
             QStringLiteral("1.2.0"), fakes.model(), transport, fakes.workspace, clock);
+        updates.start();
         const auto check = [&] {
             updates.checkForUpdates();
             UpdateDialog* dialog = updates.controller()->dialog();
