@@ -1,10 +1,7 @@
 #include "Vellumline/API.h"
 
 #include "VellumlineCore/AuthSession.h"
-
-#include <QJsonDocument>
-#include <QJsonObject>
-#include <QJsonValue>
+#include "VellumlineCore/Json.h"
 
 namespace vellumline {
 
@@ -29,9 +26,6 @@ APIError classify(TransportError error) {
     return APIError::failed;
 }
 
-/// A token is renewed this long before it expires, so that it does not expire on its way.
-constexpr double renewalMarginSeconds = 60;
-
 } // namespace
 
 API::API(HTTPTransport& transport, TokenStore& store, SessionRefresher& refresher, Clock& clock)
@@ -47,8 +41,8 @@ QCoro::Task<APIResult<HTTPResponse>> API::perform(HTTPTransport& transport, HTTP
 bool API::accountClosed(const HTTPResponse& response) {
     if (response.status != 401)
         return false;
-    const QJsonValue error = QJsonDocument::fromJson(response.body).object().value(QLatin1String("error"));
-    return error.isString() && error.toString() == QLatin1String("account closed");
+    JsonReader reader(response.body);
+    return reader.optionalString(QStringLiteral("error")) == QLatin1String("account closed");
 }
 
 QCoro::Task<APIResult<HTTPResponse>> API::send(RequestBuilder makeRequest) {
@@ -59,8 +53,7 @@ QCoro::Task<APIResult<HTTPResponse>> API::send(RequestBuilder makeRequest) {
         co_return tl::unexpected(APIError::signedOut);
 
     QString token = session->accessToken;
-    const std::optional<double> expiry = JWT::expiration(token);
-    if (expiry && *expiry - clock_.now() <= renewalMarginSeconds) {
+    if (session->accessTokenNeedsRefresh(clock_.now())) {
         const SessionRefresher::Outcome early = co_await refresher_.refresh(token);
         if (early.kind == Kind::signedOut)
             co_return tl::unexpected(APIError::signedOut);

@@ -98,6 +98,10 @@ class APITest : public QObject {
         QTest::newRow("other members do not matter")
             << 401 << QByteArray("{\"id\":7,\"error\":\"account closed\"}") << true;
         QTest::newRow("another letter case") << 401 << QByteArray("{\"error\":\"Account closed\"}") << false;
+        QTest::newRow("an invisible first character") << 401
+                                                      << QByteArray("{\"error\":\"\xEF\xBB\xBF"
+                                                                    "account closed\"}")
+                                                      << false;
         QTest::newRow("a trailing space") << 401 << QByteArray("{\"error\":\"account closed \"}") << false;
         QTest::newRow("a body that is not JSON") << 401 << QByteArray("account closed") << false;
         QTest::newRow("no body") << 401 << QByteArray() << false;
