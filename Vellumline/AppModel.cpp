@@ -164,6 +164,8 @@ QCoro::Task<void> AppModel::runRefreshAccount() {
         setAccountInfo(std::nullopt);
         co_return;
     }
+    if (restoredNothing_ && account_ == AccountState::signedOut())
+        adoptSession(*session);
     const APIResult<AccountInfo> loaded = co_await dependencies_.accountClient.load();
     if (!self)
         co_return;
@@ -178,15 +180,23 @@ QCoro::Task<void> AppModel::runRefreshAccount() {
 QCoro::Task<void> AppModel::restoreAccount() {
     const QPointer<AppModel> self(this);
     const std::optional<AuthSession> stored = co_await dependencies_.store.session();
-    if (!self || !stored)
+    if (!self)
         co_return;
-    const AuthSession session = stored->withEmailFromToken();
-    if (session != *stored) {
+    if (!stored) {
+        restoredNothing_ = true;
+        co_return;
+    }
+    adoptSession(*stored);
+    refreshAccount();
+}
+
+void AppModel::adoptSession(const AuthSession& stored) {
+    const AuthSession session = stored.withEmailFromToken();
+    if (session != stored) {
         // The cache holds the new value at once; the secret store's answer is not waited for.
         dependencies_.store.setSession(session);
     }
     setAccount(AccountState::signedIn(session.displayName()));
-    refreshAccount();
 }
 
 void AppModel::adoptRenewedName(const QString& displayName) {
@@ -262,6 +272,11 @@ QCoro::Task<void> AppModel::finishSignIn(QString code) {
         pendingSignIn_ && dependencies_.clock.now() - pendingSignIn_->started < signInLifetimeSeconds;
     if (!inTime) {
         setPendingSignIn(std::nullopt);
+        // A link that starts the program comes before the stored session is known.
+        const QPointer<AppModel> self(this);
+        co_await dependencies_.store.session();
+        if (!self)
+            co_return;
         // An expired sign-in gets the same words as a link that this computer never started.
         if (!account_.isSignedIn())
             setAccount(AccountState::failed(
@@ -298,12 +313,14 @@ void AppModel::toggleRecording() {
         QTimer::singleShot(0, this, [this, press] { captureHotkey(press); });
         return KeyMonitor::Handling::swallow;
     });
+    Q_EMIT keyMonitorChanged();
 }
 
 void AppModel::stopRecording() {
     if (keyMonitorToken_) {
         dependencies_.keyMonitor.removeMonitor(*keyMonitorToken_);
         keyMonitorToken_.reset();
+        Q_EMIT keyMonitorChanged();
     }
     assign(recordingHotkey_, false, &AppModel::recordingHotkeyChanged);
 }

@@ -99,7 +99,8 @@ class AppModel : public QObject {
     void openCheckout(const std::optional<QUrl>& url, const QString& plan);
 
   Q_SIGNALS:
-    // Each announces a change only when the new value differs from the old, except pendingSignInChanged.
+    // Each announces a change only when the new value differs from the old, except pendingSignInChanged and
+    // keyMonitorChanged, which announce every assignment.
     void accountChanged();
     void statusChanged();
     void accountInfoChanged();
@@ -110,10 +111,12 @@ class AppModel : public QObject {
     void launchAtLoginChanged();
     void busyChanged();
     void pendingSignInChanged();
+    void keyMonitorChanged();
 
   private:
     QCoro::Task<void> runRewrite();
     QCoro::Task<void> runRefreshAccount();
+    void adoptSession(const AuthSession& stored);
     QCoro::Task<void> finishSignIn(QString code);
     QCoro::Task<void> openStartSignIn();
     void handle(const RewriteOutcome& outcome);
@@ -141,6 +144,8 @@ class AppModel : public QObject {
     bool launchAtLogin_ = false;
     bool busy_ = false;
     std::optional<PendingSignIn> pendingSignIn_;
+    /// No session was found at the start: a keyring may be unlocked, or answer, only later.
+    bool restoredNothing_ = false;
     std::optional<KeyMonitor::Token> keyMonitorToken_;
     /// From the press until the outcome: the session is read asynchronously, so that a second press could
     /// otherwise slip in before `busy` is set.

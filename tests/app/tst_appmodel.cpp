@@ -43,9 +43,15 @@ class AppModelTest : public QObject {
     void aFreeLimitAnswerOffersTheLinksItCameWith();
     void aReloadThatIsSignedOutSignsOutWhileARewriteStillEnds();
     void aFailedReloadKeepsWhatIsHeld();
+    void aCorrectionReloadsTheAccount();
+    void aCorrectionThatFindsTheSessionGoneSignsOutAndAsks();
+    void aPressAfterTheSessionWentClearsTheAccount();
+    void theNumberInTheQuotaPromptIsTheAccounts();
     void restoringAdoptsTheStoredSession();
     void restoringFillsTheAddressFromTheTokenAndSavesIt();
     void restoringWithoutASessionDoesNothing();
+    void aSessionBehindALockedKeyringIsAdoptedOnceItIsUnlocked();
+    void anAccountThatSignedOutIsNotAdoptedAgain();
     void signingOutForgetsEverythingWithoutARequest();
     void theHintFollowsTheAccount();
     void anEqualValueIsAssignedSilently();
@@ -59,6 +65,7 @@ class AppModelTest : public QObject {
     void aClockThatWentBackCountsAsInTime();
     void aHandoffLinkWithoutASignInIsRefused();
     void aHandoffLinkWithoutASignInLeavesASignedInAccountAlone();
+    void aHandoffLinkThatStartsTheProgramLeavesTheStoredAccountAlone();
     void ofTwoHandoffLinksTheFirstIsRedeemed();
     void onlyTheLastSignInCanComplete();
     void aRedemptionThatFailsSaysSo_data();
@@ -70,6 +77,7 @@ class AppModelTest : public QObject {
 
     void recordingTakesTheNextKey();
     void escapeAloneStopsRecording();
+    void escapeAloneKeepsTheNote();
     void escapeWithAModifierIsChecked();
     void aKeyWithoutAModifierKeepsRecording();
     void aReservedKeyKeepsRecording();
@@ -306,6 +314,57 @@ void AppModelTest::aFailedReloadKeepsWhatIsHeld() {
     QVERIFY(f->model().account().isSignedIn());
 }
 
+void AppModelTest::aCorrectionReloadsTheAccount() {
+    const auto f = ModelOnFakes::signedIn(freeAccount);
+    f->accessibility.trusted = false;
+    const qsizetype before = f->accountRequests();
+    f->rewrite();
+    f->service.transport.queue(200, ModelOnFakes::accountBody("free", 4, 30));
+    f->rewriter.finish(RewriteOutcome::rewrote());
+    ModelOnFakes::waitUntil([&] { return f->model().accountInfo()->rewritesUsed == 4; });
+    QCOMPARE(f->accountRequests() - before, 1);
+    QCOMPARE(f->model().status(), MenuStatus::rewrote());
+    QCOMPARE(f->workspace.beeps(), 0);
+    QVERIFY(!f->model().trusted());
+}
+
+void AppModelTest::aCorrectionThatFindsTheSessionGoneSignsOutAndAsks() {
+    const auto f = ModelOnFakes::signedIn(freeAccount);
+    const qsizetype before = f->accountRequests();
+    f->model().setStatus(MenuStatus::rewrote());
+    f->rewrite();
+    f->rewriter.finish(RewriteOutcome::signedOut());
+    QTest::qWait(1);
+    QCOMPARE(f->model().account(), AccountState::signedOut());
+    QVERIFY(!f->model().accountInfo());
+    QCOMPARE(f->model().status(), MenuStatus::ready());
+    QCOMPARE(f->prompts.title, QStringLiteral("Sign in to rewrite"));
+    QCOMPARE(f->workspace.beeps(), 0);
+    QCOMPARE(f->accountRequests(), before);
+}
+
+void AppModelTest::aPressAfterTheSessionWentClearsTheAccount() {
+    const auto f = ModelOnFakes::signedIn(freeAccount);
+    f->service.store.setSession(std::nullopt);
+    f->rewrite();
+    QCOMPARE(f->model().account(), AccountState::signedOut());
+    QVERIFY(!f->model().accountInfo());
+    QVERIFY(f->prompts.shown);
+    QCOMPARE(f->rewriter.runs(), 0);
+}
+
+void AppModelTest::theNumberInTheQuotaPromptIsTheAccounts() {
+    const auto f = ModelOnFakes::signedIn(ModelOnFakes::accountBody("free", 50, 50));
+    f->rewrite();
+    QCOMPARE(f->prompts.title, QStringLiteral("You've used your 50 free rewrites"));
+
+    ModelOnFakes notLoaded(sessionWith(QStringLiteral("opaque")));
+    notLoaded.rewrite();
+    notLoaded.rewriter.finish(RewriteOutcome::freeLimit(std::nullopt, std::nullopt));
+    QTest::qWait(1);
+    QCOMPARE(notLoaded.prompts.title, QStringLiteral("You've used your 30 free rewrites"));
+}
+
 void AppModelTest::restoringAdoptsTheStoredSession() {
     const auto f = ModelOnFakes::signedIn(freeAccount);
     QCOMPARE(f->model().account(), AccountState::signedIn(QStringLiteral("ada@example.org")));
@@ -328,6 +387,35 @@ void AppModelTest::restoringWithoutASessionDoesNothing() {
     QCoro::waitFor(f.model().restoreAccount());
     QCOMPARE(f.model().account(), AccountState::signedOut());
     QVERIFY(f.service.transport.requests.isEmpty());
+}
+
+void AppModelTest::aSessionBehindALockedKeyringIsAdoptedOnceItIsUnlocked() {
+    ModelOnFakes f(sessionWith(QStringLiteral("opaque")));
+    f.service.keychain.condition = Keychain::Status::locked;
+    QCoro::waitFor(f.model().restoreAccount());
+    QCOMPARE(f.model().account(), AccountState::signedOut());
+    f.model().refreshAccount();
+    QTest::qWait(1);
+    QCOMPARE(f.model().account(), AccountState::signedOut());
+
+    f.service.keychain.condition = Keychain::Status::success;
+    f.service.transport.queue(200, freeAccount);
+    f.model().refreshAccount();
+    ModelOnFakes::waitUntil([&] { return f.model().accountInfo().has_value(); });
+    QCOMPARE(f.model().account(), AccountState::signedIn(QStringLiteral("ada@example.org")));
+}
+
+void AppModelTest::anAccountThatSignedOutIsNotAdoptedAgain() {
+    const auto f = ModelOnFakes::signedIn(freeAccount);
+    f->model().signOut();
+    f->model().refreshAccount();
+    QTest::qWait(1);
+    QCOMPARE(f->model().account(), AccountState::signedOut());
+    f->service.store.setSession(sessionWith(QStringLiteral("opaque")));
+    f->model().startSignIn();
+    f->model().refreshAccount();
+    QTest::qWait(1);
+    QCOMPARE(f->model().account(), AccountState::signingIn());
 }
 
 void AppModelTest::signingOutForgetsEverythingWithoutARequest() {
@@ -487,6 +575,22 @@ void AppModelTest::aHandoffLinkWithoutASignInLeavesASignedInAccountAlone() {
     QVERIFY(!f->prompts.shown);
 }
 
+void AppModelTest::aHandoffLinkThatStartsTheProgramLeavesTheStoredAccountAlone() {
+    ModelOnFakes f(sessionWith(QStringLiteral("opaque")));
+    f.service.keychain.hold();
+    QStringList accounts;
+    connect(&f.model(), &AppModel::accountChanged, &f.model(), [&] {
+        accounts.append(f.model().account().isSignedIn() ? QStringLiteral("signed in")
+                                                         : QStringLiteral("not"));
+    });
+    f.model().restoreAccount();
+    f.model().open(handoffLink);
+    f.service.keychain.release();
+    ModelOnFakes::waitUntil([&] { return !accounts.isEmpty(); });
+    QTest::qWait(1);
+    QCOMPARE(accounts, QStringList{QStringLiteral("signed in")});
+}
+
 void AppModelTest::ofTwoHandoffLinksTheFirstIsRedeemed() {
     ModelOnFakes f;
     f.model().startSignIn();
@@ -571,6 +675,9 @@ void AppModelTest::aRenewedNameIsShownOnlyWhenSignedIn() {
     f->model().signOut();
     f->model().adoptRenewedName(QStringLiteral("late@example.org"));
     QCOMPARE(f->model().account(), AccountState::signedOut());
+    f->model().startSignIn();
+    f->model().adoptRenewedName(QStringLiteral("late@example.org"));
+    QCOMPARE(f->model().account(), AccountState::signingIn());
 }
 
 void AppModelTest::recordingTakesTheNextKey() {
@@ -600,6 +707,17 @@ void AppModelTest::escapeAloneStopsRecording() {
     QVERIFY(!f.model().recordingHotkey());
     QVERIFY(!f.model().hotkeyNote());
     QCOMPARE(f.model().hotkeyLabel(), QStringLiteral("⌃⌥R"));
+}
+
+void AppModelTest::escapeAloneKeepsTheNote() {
+    ModelOnFakes f;
+    f.model().toggleRecording();
+    f.keyMonitor.press(press(3, HotkeyModifiers::shift, "f"));
+    QTest::qWait(1);
+    f.keyMonitor.press(press(KeyCode::escape, {}));
+    QTest::qWait(1);
+    QVERIFY(!f.model().recordingHotkey());
+    QCOMPARE(f.model().hotkeyNote(), std::optional(QStringLiteral("Include Control, Option, or Command.")));
 }
 
 void AppModelTest::escapeWithAModifierIsChecked() {
@@ -640,7 +758,11 @@ void AppModelTest::aKeyThatAnotherProgramHoldsRestoresTheOldOne() {
     QVERIFY(!f.model().recordingHotkey());
     QCOMPARE(f.model().hotkeyNote(), std::optional(QStringLiteral("Another app already uses ⌃⌥T.")));
     QCOMPARE(f.model().hotkeyLabel(), QStringLiteral("⌃⌥R"));
-    QVERIFY(f.hotkeys.isRegistered(15, 0x1800));
+    int presses = 0;
+    f.hotkeyMonitor.onPress = [&] { ++presses; };
+    QVERIFY(f.hotkeys.press(15, 0x1800));
+    QTest::qWait(1);
+    QCOMPARE(presses, 1);
     QVERIFY(f.defaults.changes.isEmpty());
 }
 
