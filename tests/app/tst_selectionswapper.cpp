@@ -137,6 +137,7 @@ class SelectionSwapperTest : public QObject {
     void anotherTextIsPastedPlain();
     void theReplyDecides_data();
     void theReplyDecides();
+    void aSessionThatIsRefusedTwiceIsSignedOut();
     void aTransportErrorDecides_data();
     void aTransportErrorDecides();
     void theFreeLimitCarriesItsLinks();
@@ -424,6 +425,16 @@ void SelectionSwapperTest::theReplyDecides() {
     QVERIFY(desktop.run() == outcome);
     QCOMPARE(desktop.keys.posted(), QList<std::uint16_t>{8});
     QVERIFY(desktop.isGivenBack());
+}
+
+void SelectionSwapperTest::aSessionThatIsRefusedTwiceIsSignedOut() {
+    Desktop desktop;
+    desktop.service.transport.queue(401);
+    desktop.service.transport.queue(401); // the exchange
+    QVERIFY(desktop.run() == RewriteOutcome::signedOut());
+    QCOMPARE(desktop.keys.posted(), QList<std::uint16_t>{8});
+    QVERIFY(desktop.isGivenBack());
+    QVERIFY(!desktop.service.kept());
 }
 
 void SelectionSwapperTest::aTransportErrorDecides_data() {
