@@ -61,6 +61,7 @@ class AccountInfoTest : public QObject {
         QVERIFY(!freeAccount(29).freeUsedUp());
         QVERIFY(freeAccount(30).freeUsedUp());
         QVERIFY(freeAccount(31).freeUsedUp());
+        QCOMPARE(freeAccount(30).freeLeft(), 0);
         QCOMPARE(freeAccount(31).freeLeft(), 0);
         QCOMPARE(freeAccount(25).freeLeft(), 5);
         QCOMPARE(AccountInfo::warnWhenLeft, 5);
