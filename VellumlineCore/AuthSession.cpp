@@ -152,7 +152,9 @@ std::optional<QString> claim(const QString& name, const QString& token) {
     const auto object = payload(token);
     if (!object || !object->value(name).isString())
         return std::nullopt;
-    return object->value(name).toString();
+    QString text = object->value(name).toString();
+    // Half a surrogate pair could be stored with the session, but not be read again.
+    return text.isValidUtf16() ? std::optional(std::move(text)) : std::nullopt;
 }
 
 std::optional<double> expiration(const QString& token) {

@@ -16,21 +16,41 @@ QByteArray withEscapedMarks(QByteArray data) {
     return isMarked ? data.mid(6) : data;
 }
 
+/// Whether each string is written as JSON has it: Qt takes control characters, and a backslash before any
+/// letter (seen with 6.4).
+bool stringsAreStrict(const QByteArray& data) {
+    bool isInString = false;
+    for (qsizetype i = 0; i < data.size(); ++i) {
+        const char byte = data.at(i);
+        if (byte == '"') {
+            isInString = !isInString;
+        } else if (isInString && static_cast<unsigned char>(byte) < 0x20) {
+            return false;
+        } else if (isInString && byte == '\\') {
+            ++i;
+            if (i == data.size() || !QByteArrayView("\"\\/bfnrtu").contains(data.at(i)))
+                return false;
+        }
+    }
+    return true;
+}
+
 } // namespace
 
 JsonReader::JsonReader(const QByteArray& data) {
     QJsonParseError error;
     const QJsonDocument document = QJsonDocument::fromJson(withEscapedMarks(data), &error);
-    failed_ = error.error != QJsonParseError::NoError || !document.isObject();
+    failed_ = error.error != QJsonParseError::NoError || !document.isObject() || !stringsAreStrict(data);
     if (!failed_)
         object_ = document.object();
 }
 
 QString JsonReader::string(const QString& key) {
     const QJsonValue value = object_.value(key);
-    if (!value.isString())
+    QString text = value.toString();
+    if (!value.isString() || !text.isValidUtf16())
         failed_ = true;
-    return value.toString();
+    return text;
 }
 
 std::optional<QString> JsonReader::optionalString(const QString& key) {

@@ -7,9 +7,12 @@
 
 namespace vellumline {
 
-/// Strict reading of JSON objects (RFC 8259): a key is read as exactly the type that is asked for. Every
-/// getter marks the reader as failed when a required key is missing or a key has another type, so that a body
-/// is read in one go and judged once. `null` counts as absent.
+/// Reading of JSON objects (RFC 8259): a key is read as exactly the type that is asked for. Qt's parser is
+/// not strict with strings; here a raw control character or an unknown escape anywhere fails, and a surrogate
+/// without its other half in a string that is asked for. What else Qt lets pass remains: a number such as
+/// "1." or ".5", and of a key's several values the last. Every getter marks the reader as failed when a
+/// required key is missing or a key has another type, so that a body is read in one go and judged once.
+/// `null` counts as absent.
 class JsonReader {
   public:
     /// Fails when the bytes are not JSON, or not an object at the top level.

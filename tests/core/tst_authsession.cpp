@@ -142,6 +142,8 @@ void AuthSessionTest::refreshingKeepsWhatTheReplyLeavesOut() {
                                     QStringLiteral("old@example.org")}));
     QCOMPARE(current().refreshed(R"({"access_token":"n","refresh_token":"  "})")->refreshToken,
              QStringLiteral("old-refresh"));
+    QCOMPARE(current().refreshed(R"({"access_token":"n","refresh_token":""})")->refreshToken,
+             QStringLiteral("old-refresh"));
     QCOMPARE(current().refreshed(R"({"access_token":"n","refresh_token":" r2 "})")->refreshToken,
              QStringLiteral("r2"));
     QVERIFY(!current().refreshed(R"({"access_token":" "})"));
@@ -196,6 +198,7 @@ void AuthSessionTest::aTokenIsReadNotVerified() {
                         token("{\"k\":\"\xc3\xbf\xc3\xbf?>\"}").section(QLatin1Char('.'), 0, 1)),
              std::optional(QStringLiteral("ÿÿ?>")));
     QVERIFY(!JWT::claim(QStringLiteral("k"), token(R"({"k":1})")));
+    QVERIFY(!JWT::claim(QStringLiteral("k"), token(R"({"k":"\ud800"})")));
 }
 
 void AuthSessionTest::aTokenNeedsRenewalSixtySecondsBeforeItsEnd() {
