@@ -76,6 +76,64 @@ QString attribute(const QString& tag, const QString& name) {
     return {};
 }
 
+/// The element's name in a tag's text, in lower case; "/" in front when the tag closes it.
+QString elementName(const QString& tag) {
+    qsizetype end = 0;
+    while (end < tag.size() && !tag.at(end).isSpace() && (tag.at(end) != QLatin1Char('/') || end == 0))
+        ++end;
+    return tag.first(end).toLower();
+}
+
+/// The CSS without its comments. What looks like one inside a string is not; a string ends with its line.
+QString withoutComments(const QString& css) {
+    QString result;
+    result.reserve(css.size());
+    QChar quote;
+    for (qsizetype i = 0; i < css.size(); ++i) {
+        const QChar c = css.at(i);
+        if (quote.isNull() && QStringView(css).sliced(i).startsWith(QLatin1String("/*"))) {
+            const qsizetype end = css.indexOf(QStringLiteral("*/"), i + 2);
+            if (end < 0)
+                break;
+            i = end + 1;
+            continue;
+        }
+        if (quote.isNull() && (c == QLatin1Char('"') || c == QLatin1Char('\'')))
+            quote = c;
+        else if (c == quote || c == QLatin1Char('\n'))
+            quote = QChar();
+        result += c;
+        if (c == QLatin1Char('\\') && i + 1 < css.size())
+            result += css.at(++i);
+    }
+    return result;
+}
+
+bool isVisible(char32_t scalar) {
+    return scalar >= 0x20 && scalar != attachment && !isWhitespace(scalar);
+}
+
+/// Whether the character that `&entity;` stands for can be seen.
+bool isVisibleEntity(const QString& entity) {
+    if (!entity.startsWith(QLatin1Char('#'))) {
+        // HTML Standard, "Named character references": those of white space.
+        static const QSet<QString> spaces = {
+            QStringLiteral("nbsp"),   QStringLiteral("NonBreakingSpace"), QStringLiteral("ensp"),
+            QStringLiteral("emsp"),   QStringLiteral("emsp13"),           QStringLiteral("emsp14"),
+            QStringLiteral("numsp"),  QStringLiteral("puncsp"),           QStringLiteral("thinsp"),
+            QStringLiteral("hairsp"), QStringLiteral("ThinSpace"),        QStringLiteral("VeryThinSpace"),
+            QStringLiteral("Tab"),    QStringLiteral("MediumSpace"),      QStringLiteral("ThickSpace"),
+            QStringLiteral("NewLine")};
+        return !spaces.contains(entity);
+    }
+    const bool isHexadecimal = entity.startsWith(QLatin1String("#x"), Qt::CaseInsensitive);
+    bool ok = false;
+    const uint number =
+        QStringView(entity).sliced(isHexadecimal ? 2 : 1).toUInt(&ok, isHexadecimal ? 16 : 10);
+    // HTML Standard, "Numeric character reference end state": 0x85 is the ellipsis of Windows-1252.
+    return !ok || number == 0 || number == 0x85 || isVisible(number);
+}
+
 /// The end of the tag that starts at `from` (just behind "<"): the position of ">", quotes respected; -1 when
 /// open.
 qsizetype tagEnd(const QString& html, qsizetype from) {
@@ -132,7 +190,7 @@ std::optional<HtmlFontReader::Style> HtmlFontReader::firstTextStyle() {
                 return std::nullopt;
             const QString tag = html_.sliced(i + 1, end - i - 1);
             i = end + 1;
-            const QString name = tag.section(QLatin1Char(' '), 0, 0).trimmed().toLower();
+            const QString name = elementName(tag);
             if (name == QStringLiteral("style") || name == QStringLiteral("script") ||
                 name == QStringLiteral("title")) {
                 const qsizetype close = html_.indexOf(QStringLiteral("</") + name, i, Qt::CaseInsensitive);
@@ -148,20 +206,12 @@ std::optional<HtmlFontReader::Style> HtmlFontReader::firstTextStyle() {
         }
         if (c == QLatin1Char('&')) {
             const qsizetype end = html_.indexOf(QLatin1Char(';'), i);
-            if (end > i && end - i <= 10) {
-                const QString entity = html_.sliced(i + 1, end - i - 1).toLower();
+            if (end > i && !isVisibleEntity(html_.sliced(i + 1, end - i - 1))) {
                 i = end + 1;
-                static const QSet<QString> spaces = {
-                    QStringLiteral("nbsp"),   QStringLiteral("#160"),   QStringLiteral("#xa0"),
-                    QStringLiteral("ensp"),   QStringLiteral("emsp"),   QStringLiteral("thinsp"),
-                    QStringLiteral("#xfffc"), QStringLiteral("#65532"), QStringLiteral("#10"),
-                    QStringLiteral("#13"),    QStringLiteral("#32"),    QStringLiteral("#9")};
-                if (spaces.contains(entity))
-                    continue;
-                return open_.isEmpty() ? Style() : open_.last().style;
+                continue;
             }
         }
-        if (!isWhitespace(c.unicode()) && c.unicode() != attachment && c.unicode() >= 0x20)
+        if (isVisible(c.unicode()))
             return open_.isEmpty() ? Style() : open_.last().style;
         ++i;
     }
@@ -169,11 +219,7 @@ std::optional<HtmlFontReader::Style> HtmlFontReader::firstTextStyle() {
 }
 
 void HtmlFontReader::readTag(const QString& tag) {
-    qsizetype nameEnd = 0;
-    while (nameEnd < tag.size() && !tag.at(nameEnd).isSpace() &&
-           (tag.at(nameEnd) != QLatin1Char('/') || nameEnd == 0))
-        ++nameEnd;
-    const QString name = tag.first(nameEnd).toLower();
+    const QString name = elementName(tag);
     if (name.startsWith(QLatin1Char('/'))) {
         for (qsizetype i = open_.size() - 1; i >= 0; --i) {
             if (open_.at(i).name == QStringView(name).sliced(1)) {
@@ -212,11 +258,12 @@ void HtmlFontReader::readTag(const QString& tag) {
         apply(rules_.value(QLatin1Char('.') + each), style);
         apply(rules_.value(name + QLatin1Char('.') + each), style);
     }
-    apply(attribute(tag, QStringLiteral("style")), style);
+    apply(withoutComments(attribute(tag, QStringLiteral("style"))), style);
     open_.append({name, style});
 }
 
-void HtmlFontReader::readStyleSheet(const QString& css) {
+void HtmlFontReader::readStyleSheet(const QString& sheet) {
+    const QString css = withoutComments(sheet);
     qsizetype i = 0;
     while (i < css.size() && rules_.size() < mostRules) {
         const qsizetype brace = css.indexOf(QLatin1Char('{'), i);
@@ -227,6 +274,7 @@ void HtmlFontReader::readStyleSheet(const QString& css) {
             return;
         QString selectors = css.sliced(i, brace - i);
         selectors.remove(QStringLiteral("<!--"));
+        selectors.remove(QStringLiteral("-->"));
         const QString declarations = css.sliced(brace + 1, end - brace - 1);
         for (const QString& selector : selectors.split(QLatin1Char(','))) {
             if (rules_.size() >= mostRules)

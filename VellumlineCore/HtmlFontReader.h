@@ -34,7 +34,7 @@ class HtmlFontReader {
 
     std::optional<Style> firstTextStyle();
     void readTag(const QString& tag);
-    void readStyleSheet(const QString& css);
+    void readStyleSheet(const QString& sheet);
     static void apply(const QString& declarations, Style& style);
     static void applyShorthand(const QString& value, Style& style);
     static void applySize(const QString& value, Style& style);

@@ -3,7 +3,9 @@
 #include <QHash>
 #include <QList>
 #include <QSet>
+#include <QStringDecoder>
 #include <algorithm>
+#include <array>
 
 namespace vellumline {
 
@@ -14,6 +16,8 @@ constexpr qsizetype deepestNesting = 512;
 constexpr qsizetype longestFontName = 256;
 constexpr qsizetype longestWord = 32; // RTF Specification: control words have at most 32 letters
 constexpr char32_t attachment = 0xFFFC;
+constexpr int westernCodePage = 1252;
+constexpr int utf8CodePage = 65001;
 
 /// Destinations whose content is not text of the document, apart from those marked with \*.
 bool isHiddenDestination(const QByteArray& word) {
@@ -38,6 +42,63 @@ int hexDigit(char c) {
     if (c >= 'A' && c <= 'F')
         return c - 'A' + 10;
     return -1;
+}
+
+/// The code page of \fcharset; none: that of the document, or one that has no number here.
+std::optional<int> codePageOfCharset(int charset) {
+    static const QHash<int, int> pages = {
+        {0, westernCodePage}, {77, 10000}, {128, 932},  {129, 949},  {130, 1361}, {134, 936},
+        {136, 950},           {161, 1253}, {162, 1254}, {163, 1258}, {177, 1255}, {178, 1256},
+        {186, 1257},          {204, 1251}, {222, 874},  {238, 1250}, {254, 437},  {255, 850}};
+    const auto found = pages.constFind(charset);
+    return found == pages.constEnd() ? std::nullopt : std::optional(*found);
+}
+
+QString decodedWestern(const QByteArray& bytes) {
+    // Latin-1 apart from these; 0: not a character.
+    static constexpr std::array<char16_t, 32> special = {
+        0x20AC, 0,      0x201A, 0x0192, 0x201E, 0x2026, 0x2020, 0x2021, 0x02C6, 0x2030, 0x0160,
+        0x2039, 0x0152, 0,      0x017D, 0,      0,      0x2018, 0x2019, 0x201C, 0x201D, 0x2022,
+        0x2013, 0x2014, 0x02DC, 0x2122, 0x0161, 0x203A, 0x0153, 0,      0x017E, 0x0178};
+    QString text = QString::fromLatin1(bytes);
+    for (QChar& c : text) {
+        if (c.unicode() >= 0x80 && c.unicode() <= 0x9F)
+            c = QChar(special.at(c.unicode() - 0x80U));
+    }
+    return text;
+}
+
+/// A byte that the code page has no character for becomes one of these, depending on the page (seen with
+/// Qt 6.4).
+bool standsForNothing(QChar c) {
+    return c == QChar::ReplacementCharacter || c.category() == QChar::Other_Control ||
+           c.category() == QChar::Other_PrivateUse;
+}
+
+std::optional<QString> decoded(const QByteArray& bytes, int codePage) {
+    if (std::ranges::all_of(bytes, [](char c) { return static_cast<unsigned char>(c) < 0x80; }))
+        return QString::fromLatin1(bytes);
+    QString text;
+    if (codePage == westernCodePage) {
+        text = decodedWestern(bytes);
+    } else {
+        // Qt knows these where it was built with ICU, as Debian's is.
+        const QByteArray name =
+            codePage == utf8CodePage ? QByteArrayLiteral("UTF-8") : "windows-" + QByteArray::number(codePage);
+        QStringDecoder decoder(name.constData(), QStringDecoder::Flag::Stateless);
+        if (!decoder.isValid())
+            return std::nullopt;
+        text = decoder.decode(bytes);
+        if (decoder.hasError())
+            return std::nullopt;
+    }
+    return std::ranges::any_of(text, standsForNothing) ? std::nullopt : std::optional(text);
+}
+
+/// Which letter a byte above 127 stands for depends on the code page; that it is one is enough for the text.
+/// The ellipsis of the Windows code pages is the one whose number is white space in Unicode.
+char32_t textCharacter(unsigned char byte) {
+    return byte == 0x85 ? U'\u2026' : byte;
 }
 
 } // namespace
@@ -85,17 +146,16 @@ std::optional<Font> RtfReader::firstFont() {
         if (groups_.last().fontTable)
             fontTableByte(byte);
         else
-            found_ = character(static_cast<unsigned char>(byte));
+            found_ = character(textCharacter(static_cast<unsigned char>(byte)));
     }
     if (!found_)
         return std::nullopt;
 
     const Group& group = groups_.last();
     const int index = group.fontIndex >= 0 ? group.fontIndex : defaultFont_;
-    const QByteArray name = fontNames_.value(index).trimmed();
-    if (name.isEmpty())
+    const QString family = fontNames_.value(index);
+    if (family.isEmpty())
         return std::nullopt;
-    const QString family = QString::fromUtf8(name);
     return Font{family, family, group.halfPoints / 2.0, group.bold, group.italic};
 }
 
@@ -122,9 +182,7 @@ bool RtfReader::readControl() {
                 fontTableByte(static_cast<char>(code));
                 return false;
             }
-            // Which letter a byte above 127 stands for depends on the code page; that it is one is enough
-            // here.
-            return character(code == 0xA0 ? U' ' : static_cast<char32_t>(code));
+            return character(textCharacter(static_cast<unsigned char>(code)));
         }
         case '\\':
         case '{':
@@ -169,8 +227,12 @@ bool RtfReader::readControl() {
         return false;
     }
     if (word == "u" && parameter) {
-        const auto unit = static_cast<char32_t>(static_cast<char16_t>(*parameter));
-        const bool hit = !groups_.last().fontTable && character(unit);
+        const auto unit = static_cast<char16_t>(*parameter);
+        bool hit = false;
+        if (groups_.last().fontTable)
+            fontTableUnit(unit);
+        else
+            hit = character(unit);
         skip_ = groups_.last().unicodeSkip;
         return hit;
     }
@@ -189,10 +251,17 @@ void RtfReader::applyWord(const QByteArray& word, std::optional<int> parameter) 
         group.hidden = true;
     } else if (word == "deff") {
         defaultFont_ = parameter.value_or(0);
+    } else if (word == "ansicpg") {
+        documentCodePage_ = parameter.value_or(westernCodePage);
+    } else if (word == "fcharset" && group.fontTable && !group.hidden) {
+        entryCodePage_ = codePageOfCharset(parameter.value_or(0));
+    } else if (word == "cpg" && group.fontTable && !group.hidden) {
+        entryCodePage_ = parameter;
     } else if (word == "f") {
         if (group.fontTable) {
             endFontEntry();
             entryIndex_ = parameter.value_or(0);
+            entryCodePage_ = std::nullopt;
         } else {
             group.fontIndex = parameter.value_or(0);
         }
@@ -224,18 +293,44 @@ bool RtfReader::character(char32_t unit) {
 }
 
 void RtfReader::fontTableByte(char byte) {
+    if (skip_ > 0) {
+        --skip_;
+        return;
+    }
     if (groups_.last().hidden)
         return;
     if (byte == ';')
         endFontEntry();
-    else if (entryName_.size() < longestFontName)
-        entryName_.append(byte);
+    else if (entryHasRoom())
+        entryBytes_.append(byte);
+}
+
+void RtfReader::fontTableUnit(char16_t unit) {
+    if (groups_.last().hidden || !entryHasRoom())
+        return;
+    decodeEntryBytes();
+    entryName_.append(QChar(unit));
+}
+
+bool RtfReader::entryHasRoom() const {
+    return entryName_.size() + entryBytes_.size() < longestFontName;
+}
+
+void RtfReader::decodeEntryBytes() {
+    const auto text = decoded(entryBytes_, entryCodePage_.value_or(documentCodePage_));
+    entryBytes_.clear();
+    entryIsReadable_ = entryIsReadable_ && text;
+    entryName_ += text.value_or(QString());
 }
 
 void RtfReader::endFontEntry() {
-    if (entryIndex_ >= 0 && !entryName_.trimmed().isEmpty() && !fontNames_.contains(entryIndex_))
-        fontNames_.insert(entryIndex_, entryName_);
+    decodeEntryBytes();
+    const QString name = trimmedWhitespace(entryName_);
+    const bool isReadable = entryIsReadable_ && name.isValidUtf16();
+    if (entryIndex_ >= 0 && (!isReadable || !name.isEmpty()) && !fontNames_.contains(entryIndex_))
+        fontNames_.insert(entryIndex_, isReadable ? name : QString());
     entryName_.clear();
+    entryIsReadable_ = true;
 }
 
 } // namespace vellumline

@@ -5,6 +5,7 @@
 #include <QByteArray>
 #include <QHash>
 #include <QList>
+#include <QString>
 #include <optional>
 
 namespace vellumline {
@@ -34,14 +35,21 @@ class RtfReader {
     /// True when the unit is the visible character that was looked for.
     bool character(char32_t unit);
     void fontTableByte(char byte);
+    void fontTableUnit(char16_t unit);
+    bool entryHasRoom() const;
+    void decodeEntryBytes();
     void endFontEntry();
 
     const QByteArray& rtf_;
     qsizetype position_ = 0;
     QList<Group> groups_;
-    QHash<int, QByteArray> fontNames_;
-    QByteArray entryName_;
+    QHash<int, QString> fontNames_; ///< empty: a name that cannot be read
+    QString entryName_;
+    QByteArray entryBytes_; ///< of the name, not yet decoded: a character may take two
+    bool entryIsReadable_ = true;
     int entryIndex_ = -1;
+    std::optional<int> entryCodePage_;
+    int documentCodePage_ = 1252; ///< \ansicpg; what \ansi means without it
     int defaultFont_ = 0;
     bool starred_ = false; ///< \* was just read: an unknown word after it starts an ignorable destination
     bool atGroupStart_ = false;

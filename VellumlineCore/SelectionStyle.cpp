@@ -30,7 +30,8 @@ void appendUnit(QByteArray& rtf, char16_t unit) {
 }
 
 std::optional<QString> decodedUtf8(const QByteArray& bytes) {
-    QStringDecoder decoder(QStringDecoder::Utf8);
+    // Otherwise a character that the bytes end within would be waited for, not be an error.
+    QStringDecoder decoder(QStringDecoder::Utf8, QStringDecoder::Flag::Stateless);
     QString text = decoder.decode(bytes);
     if (decoder.hasError())
         return std::nullopt;

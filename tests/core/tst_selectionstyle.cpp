@@ -1,5 +1,6 @@
 #include "VellumlineCore/SelectionStyle.h"
 
+#include <QStringDecoder>
 #include <QTest>
 
 using namespace vellumline;
@@ -20,10 +21,15 @@ class SelectionStyleTest : public QObject {
     void theFontIsFoundInRtf_data();
     void theFontIsFoundInRtf();
 
+    void fontNamesAreReadInTheirCodePage_data();
+    void fontNamesAreReadInTheirCodePage();
+
     void ownDocumentsAreRead();
 
     void theFontIsFoundInHtml_data();
     void theFontIsFoundInHtml();
+
+    void aCharacterCutShortIsNoHtml();
 
     void rtfComesBeforeHtml();
 
@@ -147,8 +153,10 @@ void SelectionStyleTest::theFontIsFoundInRtf_data() {
     row("empty", "", "none");
     row("cut short", R"({\rtf1{\fonttbl{\f0 A;)", "none");
     row("raw bytes are skipped", table + "\\bin5 }}}}}\\f0 x}", "Times New Roman 12");
-    row("a name that is not ASCII", R"({\rtf1{\fonttbl{\f0 D\'e9j\'e0;}}x})",
-        "D\xef\xbf\xbdj\xef\xbf\xbd 12");
+    row("an ellipsis of Windows-1252", table + R"(\f0\'85{\f1 x}})", "Times New Roman 12");
+    row("a raw ellipsis of Windows-1252", table + "\\f0 \x85{\\f1 x}}", "Times New Roman 12");
+    row("a no-break space of Windows-1252", table + R"(\f0\'a0{\f1 x}})", "Liberation Sans 12");
+    row("the document's code page", R"({\rtf1\ansi\ansicpg65001{\fonttbl{\f0 D\'c3\'a9;}}x})", "Dé 12");
     row("one table group for all", R"({\rtf1\deff0{\fonttbl\f0\fswiss One;\f1 Two;}\f1 x})", "Two 12");
     row("deep nesting", R"({\rtf1{\fonttbl{\f0 A;}})" + QByteArray(100000, '{') + "x", "A 12");
 }
@@ -159,8 +167,52 @@ void SelectionStyleTest::theFontIsFoundInRtf() {
     QCOMPARE(described(SelectionStyle::fontInRtf(rtf)), expected);
 }
 
+void SelectionStyleTest::fontNamesAreReadInTheirCodePage_data() {
+    QTest::addColumn<QByteArray>("entry");
+    QTest::addColumn<QString>("expected");
+    const auto row = [](const char* name, const QByteArray& entry, const char* expected) {
+        QTest::newRow(name) << entry << QString::fromUtf8(expected);
+    };
+    // Where Qt was built without ICU it has no decoder for these, and the name cannot be read.
+    const bool knowsAll = QStringDecoder("windows-936").isValid();
+    const auto legacyRow = [&](const char* name, const QByteArray& entry, const char* expected) {
+        row(name, entry, knowsAll ? expected : "none");
+    };
+    row("a name that is not ASCII", R"({\f0 D\'e9j\'e0;})", "Déjà 12");
+    row("a raw byte", "{\\f0 D\xe9j\xe0;}", "Déjà 12");
+    row("Windows-1252 is not Latin-1", R"({\f0\fcharset0 \'8cuvre \'80;})", "Œuvre € 12");
+    row("a byte that is no character of Windows-1252", R"({\f0 A\'81;})", "none");
+    row("a code unit and its replacement", R"({\f0\fcharset0 D\u233?j\u224\'e0;})", "Déjà 12");
+    row("a negative code unit", R"({\f0 \u-24879?\u20307?;})", "黑体 12");
+    row("a surrogate pair", R"({\f0 F\u-10179?\u-8704?;})", "F\xf0\x9f\x98\x80 12");
+    row("half a surrogate pair", R"({\f0 F\u-10179?;})", "none");
+    row("no replacement", R"({\uc0\f0 D\u233 j\u224;})", "Déjà 12");
+    row("a replacement of two bytes", R"({\uc2\f0\fcharset134 \u23435\'cb\'ce\u20307\'cc\'e5;})", "宋体 12");
+    row("the replacement ends with its group", R"({\f0 D\u233{\*\falt x}j;})", "Dé 12");
+    row("an alternative name is not the name", R"({\f0 A{\*\falt \u233?B\'ff};})", "A 12");
+    row("a panose number between the charset and the name",
+        R"({\f0\fcharset0{\*\panose 020f0502020204030204}D\'e9;})", "Dé 12");
+    legacyRow("Cyrillic", R"({\f0\fcharset204 \'d8\'f0\'e8\'f4\'f2;})", "Шрифт 12");
+    legacyRow("two bytes a character", R"({\f0\fcharset134 \'cb\'ce\'cc\'e5;})", "宋体 12");
+    legacyRow("a second byte that is ASCII", R"({\f0\fcharset128 \'83A;})", "ア 12");
+    legacyRow("a code page for the font", R"({\f0\fcharset0\cpg1251 \'d8;})", "Ш 12");
+    legacyRow("a charset for one font only", R"({\f1\fcharset204 \'d8;}{\f0 \'d8\'e9;})", "Øé 12");
+    row("half a character", R"({\f0\fcharset134 \'cb\'ce\'cc;})", "none");
+    row("a byte that is no character of its page", R"({\f0\fcharset134 A\'ff;})", "none");
+    row("a code page that nobody knows", R"({\f0\cpg42 A\'e9;})", "none");
+    row("ASCII in a code page that nobody knows", R"({\f0\cpg42 A;})", "A 12");
+    row("a name that cannot be read stays the font's", R"({\f0 A\'81;}{\f0 B;})", "none");
+}
+
+void SelectionStyleTest::fontNamesAreReadInTheirCodePage() {
+    QFETCH(const QByteArray, entry);
+    QFETCH(const QString, expected);
+    QCOMPARE(described(SelectionStyle::fontInRtf("{\\rtf1\\ansi{\\fonttbl" + entry + "}x}")), expected);
+}
+
 void SelectionStyleTest::ownDocumentsAreRead() {
-    for (const Font& each : {font("Liberation Serif", 12), font("A B", 10.5, true), font("C", 8, true, true)})
+    for (const Font& each : {font("Liberation Serif", 12), font("A B", 10.5, true), font("C", 8, true, true),
+                             font("Déjà 明朝 \xf0\x9f\x98\x80", 9)})
         QCOMPARE(SelectionStyle::fontInRtf(SelectionStyle::rtf(QStringLiteral("x"), each)),
                  std::optional(each));
 }
@@ -194,6 +246,37 @@ void SelectionStyleTest::theFontIsFoundInHtml_data() {
     row("no declaration", R"(<p style="font-size:11pt">x</p>)", "none");
     row("declared elsewhere only", R"(x<p style="font-family:A">y</p>)", "none");
     row("white space alone", R"(<p style="font-family:A"> </p>)", "none");
+    row("comments in a style sheet",
+        R"(<style>/* Style Definitions */ p.MsoNormal {font-family:Calibri}</style><p class=MsoNormal>x)",
+        "Calibri 12");
+    row("a style sheet inside a comment of HTML, as office programs write it",
+        "<style>\n<!--\n /* Font Definitions */\n @font-face\n\t{font-family:Cambria;}\n /* Style */\n"
+        " p.MsoNormal, li.MsoNormal\n\t{margin:0cm;\n\tfont-size:11.0pt;\n\tfont-family:\"Calibri\",serif;}\n"
+        "-->\n</style><p class=MsoNormal>x",
+        "Calibri 11");
+    row("a rule behind the end of HTML's comment",
+        "<style><!-- i {font-family:A} --> p {font-family:B}</style><p>x", "B 12");
+    row("a comment before a declaration", R"(<style>p {/* {c} */font-family/**/:/*;*/A}</style><p>x)",
+        "A 12");
+    row("a comment in a style attribute", R"(<p style="/* a:b; */font-family:A/* B */">x)", "A 12");
+    row("a comment that never ends", R"(<p style="font-family:A;/* font-family:B">x)", "A 12");
+    row("no comment inside a string", R"(<p style="font-family:'A/*B*/C'">x)", "A/*B*/C 12");
+    row("an apostrophe inside a comment", R"(<p style="/* don't */font-family:A/* B */">x)", "A 12");
+    row("an escaped quote inside a string", R"(<p style="font-family:'A\'/*B'">x)", R"(A\'/*B 12)");
+    row("a string ends with its line", "<style>i {content:'}\n/* c */ p {font-family:A}</style><p>x", "A 12");
+    row("a style element broken into lines", "<style\ntype=\"text/css\">p {font-family:A}</style><p>x",
+        "A 12");
+    row("a script and a title broken into lines",
+        "<title\n>t</title><script\tsrc=\"s\">f()</script><p style=\"font-family:A\">x", "A 12");
+    for (const char* space : {"&#8195;", "&#x2003;", "&#X2003;", "&#8239;", "&#160;", "&#xA0;", "&#65532;",
+                              "&#1;", "&nbsp;", "&hairsp;", "&ensp;", "&emsp;", "&thinsp;", "&emsp13;",
+                              "&numsp;", "&MediumSpace;", "&NonBreakingSpace;"})
+        row(space, QByteArray(R"(<p style="font-family:A">)") + space + R"(<p style="font-family:B">x)",
+            "B 12");
+    for (const char* visible : {"&#8203;", "&#133;", "&#x85;", "&#0;", "&#x110000;", "&#99999999999;", "&#;",
+                                "&#x;", "&amp;", "&eacute;", "&unknown;", "&nbsp", "&;"})
+        row(visible, QByteArray(R"(<p style="font-family:A">)") + visible + R"(<p style="font-family:B">x)",
+            "A 12");
     row("not UTF-8", "<p style=\"font-family:A\">\xff</p>", "none");
     row("an absurd size keeps the parsed one", R"(<p style="font-family:A;font-size:99999pt">x</p>)",
         "A 99999");
@@ -208,11 +291,18 @@ void SelectionStyleTest::theFontIsFoundInHtml() {
     QCOMPARE(described(SelectionStyle::fontInHtml(html)), expected);
 }
 
+void SelectionStyleTest::aCharacterCutShortIsNoHtml() {
+    QVERIFY(!SelectionStyle::declaresFont("face=x\xC3"));
+    QVERIFY(SelectionStyle::declaresFont("face=x\xC3\xA9"));
+}
+
 void SelectionStyleTest::rtfComesBeforeHtml() {
     const QByteArray rtf = R"({\rtf1{\fonttbl{\f0 R;}}x})";
     const QByteArray html = R"(<p style="font-family:H">x</p>)";
     QCOMPARE(described(SelectionStyle::font(rtf, html)), QStringLiteral("R 12"));
     QCOMPARE(described(SelectionStyle::font(QByteArray("broken"), html)), QStringLiteral("H 12"));
+    QCOMPARE(described(SelectionStyle::font(QByteArray(R"({\rtf1{\fonttbl{\f0 \'81;}}x})"), html)),
+             QStringLiteral("H 12"));
     QCOMPARE(described(SelectionStyle::font(std::nullopt, html)), QStringLiteral("H 12"));
     QCOMPARE(described(SelectionStyle::font(std::nullopt, std::nullopt)), QStringLiteral("none"));
 }
