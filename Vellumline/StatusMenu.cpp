@@ -22,7 +22,8 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr auto reopenDelay = 250ms; // a click that just closed the panel must not open it again
+constexpr auto reopenDelay = 250ms;     // a click that just closed the panel must not open it again
+constexpr auto itemActionDelay = 500ms; // the item's own action follows a press on it sooner than that
 constexpr auto settleDelay = 50ms;
 constexpr auto animationDelay = 300ms; // shorter corrections show one still picture
 constexpr auto animationFrame = 150ms; // below 8 a second
@@ -112,6 +113,7 @@ void StatusMenu::start() {
     connect(&model_, &AppModel::busyChanged, this, &StatusMenu::updateIcon);
     dependencies_.statusItem.onAction = [this](std::optional<QPoint> point) {
         clickedAt_ = point;
+        ++itemPresses_;
         toggle();
     };
     updateIcon();
@@ -225,6 +227,8 @@ void StatusMenu::installMonitors() {
         const QRectF item = downward(anchor());
         if (!item.contains(position))
             close();
+        else if (!dependencies_.statusItem.frame())
+            closeUnlessItemPressed();
     });
     QCoreApplication::instance()->installEventFilter(this);
     localMonitor_ = true;
@@ -235,6 +239,14 @@ void StatusMenu::installMonitors() {
         close();
         return KeyMonitor::Handling::swallow;
     });
+}
+
+QCoro::Task<void> StatusMenu::closeUnlessItemPressed() {
+    const QPointer<StatusMenu> self(this);
+    const int presses = itemPresses_;
+    co_await dependencies_.clock.sleepFor(itemActionDelay);
+    if (self && self->itemPresses_ == presses)
+        self->close();
 }
 
 void StatusMenu::removeMonitors() {

@@ -63,6 +63,8 @@ class StatusMenu : public QObject {
     void setImage(const QString& symbol);
     QCoro::Task<void> animateWhileBusy();
     QCoro::Task<void> relayoutLater();
+    /// After a press near the item where its place is only guessed: that may have been another item.
+    QCoro::Task<void> closeUnlessItemPressed();
     void installMonitors();
     void removeMonitors();
     void closeIfClick(const QWidget* window, QPoint position);
@@ -77,6 +79,7 @@ class StatusMenu : public QObject {
     MenuContent::Actions actions_;
     Dependencies dependencies_;
     bool started_ = false;
+    int itemPresses_ = 0;
     std::unique_ptr<StatusMenuPanel> panel_;
     std::optional<QPoint>
         clickedAt_; ///< where the item was pressed, for desktops that do not tell where it is

@@ -174,6 +174,26 @@ class StatusMenuTest : public QObject {
         QVERIFY(!f->menu.isOpen());
     }
 
+    void aPressBesideAnItemWhosePlaceIsGuessedClosesThePanelUnlessItWasTheItem() {
+        const auto f = signedOutStage();
+        f->item.press(QPoint(400, 5));
+        f->mouse.press(QPoint(405, 8)); // the item beside it
+        f->fakes->service.clock.advance(500ms);
+        QTest::qWait(1);
+        QVERIFY(!f->menu.isOpen());
+
+        f->item.press(QPoint(400, 5));
+        f->mouse.press(QPoint(401, 8));
+        f->item.press(QPoint(401, 8));
+        QVERIFY(!f->menu.isOpen());
+        f->fakes->service.clock.advance(300ms);
+        f->item.press(QPoint(401, 8));
+        QVERIFY(f->menu.isOpen());
+        f->fakes->service.clock.advance(300ms);
+        QTest::qWait(1);
+        QVERIFY(f->menu.isOpen());
+    }
+
     void aPressInAnotherWindowOfOursClosesThePanelAndOneInsideDoesNot() {
         const auto f = signedOutStage();
         QWidget* panel = f->openMenu();
