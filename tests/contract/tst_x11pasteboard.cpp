@@ -142,6 +142,13 @@ class X11PasteboardTest : public QObject {
         QVERIFY(!reader.request("image/png"));
     }
 
+    void textThatEndsWithinACharacterIsNotOfferedAsString() {
+        QVERIFY(QCoro::waitFor(board_->write({correction("caf\xC3")})));
+        Requestor reader;
+        QVERIFY(!reader.targets().contains(QStringLiteral("STRING")));
+        QCOMPARE(reader.request("UTF8_STRING")->data, QByteArray("caf\xC3"));
+    }
+
     void textBeyondLatin1IsNotOfferedAsString() {
         QVERIFY(QCoro::waitFor(board_->write({correction("\xE6\x9D\xB1\xE4\xBA\xAC")})));
         Requestor reader;

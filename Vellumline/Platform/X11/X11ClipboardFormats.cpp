@@ -105,8 +105,11 @@ QString decodeText(QByteArray bytes, const QString& target, const QString& encod
     if (latin1)
         return QString::fromLatin1(bytes);
     // Clipboard text has no mark of its encoding (ICCCM's UTF8_STRING): what looks like one is a character
-    // of the text, which QString::fromUtf8 would drop.
-    return QStringDecoder(QStringDecoder::Utf8, QStringDecoder::Flag::ConvertInitialBom).decode(bytes);
+    // of the text, which QString::fromUtf8 would drop. Nothing follows either: half a character at the end is
+    // an error, which is shown, and not waited for, which would hide it.
+    return QStringDecoder(QStringDecoder::Utf8,
+                          QStringDecoder::Flag::ConvertInitialBom | QStringDecoder::Flag::Stateless)
+        .decode(bytes);
 }
 
 QByteArray htmlAsUtf8(const QByteArray& bytes) {
