@@ -164,18 +164,15 @@ bool CorrectionService::hostAllowed(const HttpRequest& request) const {
     return settings_.hosts.contains(QString::fromLatin1(host));
 }
 
-QByteArray CorrectionService::accessToken(const Account& account, const QString& session) {
-    const auto key = keys_.current(seconds());
-    if (!key) {
-        return {};
-    }
+QByteArray CorrectionService::accessToken(const Storage::Issued& issued, const SigningKey& key,
+                                          qint64 now) const {
     AccessClaims claims;
-    claims.accountId = account.id;
-    claims.email = account.email;
-    claims.issuedAt = seconds();
-    claims.expiresAt = seconds() + settings_.accessSeconds;
-    claims.session = session;
-    return signAccessToken(claims, *key);
+    claims.accountId = issued.account.id;
+    claims.email = issued.account.email;
+    claims.issuedAt = now;
+    claims.expiresAt = now + settings_.accessSeconds;
+    claims.session = issued.session;
+    return signAccessToken(claims, key);
 }
 
 std::optional<Account> CorrectionService::authorised(const HttpRequest& request) {
@@ -224,8 +221,14 @@ HttpAnswer CorrectionService::redeem(const HttpRequest& request) {
     if (!body) {
         return error(400, "code and code_verifier are needed");
     }
+    // Before the code is used up: without a key there would be nothing to give for it.
+    const qint64 now = seconds();
+    const auto key = keys_.current(now);
+    if (!key) {
+        return storageProblem();
+    }
     const auto issued =
-        storage_.redeemHandoff(body->code.toUtf8(), pkceChallenge(body->verifier.toLatin1()), seconds());
+        storage_.redeemHandoff(body->code.toUtf8(), pkceChallenge(body->verifier.toLatin1()), now);
     switch (issued.outcome) {
     case Storage::Exchange::done:
         break;
@@ -236,11 +239,7 @@ HttpAnswer CorrectionService::redeem(const HttpRequest& request) {
     case Storage::Exchange::storageFailure:
         return storageProblem();
     }
-    const QByteArray access = accessToken(issued.account, issued.session);
-    if (access.isEmpty()) {
-        return storageProblem();
-    }
-    QJsonObject reply{{QStringLiteral("access_token"), QString::fromLatin1(access)},
+    QJsonObject reply{{QStringLiteral("access_token"), QString::fromLatin1(accessToken(issued, *key, now))},
                       {QStringLiteral("refresh_token"), QString::fromLatin1(issued.refreshToken)},
                       {QStringLiteral("user_id"), QString::number(issued.account.id)}};
     if (!issued.account.email.isEmpty()) {
@@ -267,18 +266,20 @@ HttpAnswer CorrectionService::token(const HttpRequest& request) {
     if (!refresh || refresh->isEmpty() || refresh->size() > 512) {
         return error(400, "invalid_request");
     }
-    const auto issued = storage_.rotateRefreshToken(refresh->toUtf8(), seconds());
+    // Before the token is exchanged: an exchange whose answer cannot be made would end the session.
+    const qint64 now = seconds();
+    const auto key = keys_.current(now);
+    if (!key) {
+        return storageProblem();
+    }
+    const auto issued = storage_.rotateRefreshToken(refresh->toUtf8(), now);
     if (issued.outcome == Storage::Exchange::storageFailure) {
         return storageProblem();
     }
     if (issued.outcome != Storage::Exchange::done) {
         return error(400, "invalid_grant");
     }
-    const QByteArray access = accessToken(issued.account, issued.session);
-    if (access.isEmpty()) {
-        return storageProblem();
-    }
-    QJsonObject reply{{QStringLiteral("access_token"), QString::fromLatin1(access)},
+    QJsonObject reply{{QStringLiteral("access_token"), QString::fromLatin1(accessToken(issued, *key, now))},
                       {QStringLiteral("refresh_token"), QString::fromLatin1(issued.refreshToken)},
                       {QStringLiteral("token_type"), QStringLiteral("Bearer")},
                       {QStringLiteral("expires_in"), settings_.accessSeconds}};

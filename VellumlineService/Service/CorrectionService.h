@@ -59,8 +59,7 @@ class CorrectionService {
 
     qint64 seconds() const { return now_() / 1000; }
     bool hostAllowed(const HttpRequest& request) const;
-    /// Empty when the database fails.
-    QByteArray accessToken(const Account& account, const QString& session);
+    QByteArray accessToken(const Storage::Issued& issued, const SigningKey& key, qint64 now) const;
     /// The account of the bearer token; nothing when there is none or it is bad or expired.
     std::optional<Account> authorised(const HttpRequest& request);
     HttpAnswer freeLimitAnswer();
