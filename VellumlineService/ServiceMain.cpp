@@ -175,11 +175,14 @@ int runService(QCoreApplication& application) {
         if (!allowance) {
             return refuse(QStringLiteral("--free-rewrites needs a number, 0 or more."));
         }
-        storage.changeLocalAccount([&](Account& account) {
+        const bool done = storage.changeLocalAccount([&](Account& account) {
             account.plan = QStringLiteral("free");
             account.freeRewrites = *allowance;
             account.rewritesUsed = 0;
         });
+        if (!done) {
+            return refuse(QStringLiteral("the allowance of --free-rewrites could not be written."));
+        }
     }
     CorrectionService service(configuration->service, storage, *engine,
                               [] { return QDateTime::currentMSecsSinceEpoch(); });
