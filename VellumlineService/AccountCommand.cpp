@@ -106,8 +106,11 @@ class AccountCommand {
 
     int act(Storage& storage, const QString& action) {
         if (action == QStringLiteral("list")) {
-            const QList<Account> all = storage.accounts();
-            for (const Account& account : all) {
+            const auto all = storage.accounts();
+            if (!all) {
+                return refuse(QStringLiteral("the accounts could not be read."));
+            }
+            for (const Account& account : *all) {
                 say(QStringLiteral("%1\t%2\t%3\t%4 used%5")
                         .arg(account.id)
                         .arg(orDash(account.email), account.plan)
@@ -130,9 +133,9 @@ class AccountCommand {
         }
         const auto account = chosen(storage);
         if (!account) {
-            return refuse(parser_.isSet(account_)
-                              ? QStringLiteral("there is no account \"%1\".").arg(parser_.value(account_))
-                              : QStringLiteral("the account could not be read."));
+            return refuse(account.failed()
+                              ? QStringLiteral("the account could not be read.")
+                              : QStringLiteral("there is no account \"%1\".").arg(parser_.value(account_)));
         }
         if (action == QStringLiteral("set")) {
             return set(storage, account->id) ? show(storage, account->id)
@@ -149,7 +152,7 @@ class AccountCommand {
         return show(storage, account->id);
     }
 
-    std::optional<Account> chosen(Storage& storage) {
+    Lookup<Account> chosen(Storage& storage) {
         if (!parser_.isSet(account_)) {
             return storage.localAccount();
         }
@@ -158,7 +161,10 @@ class AccountCommand {
             return storage.account(*id);
         }
         const auto login = storage.login(Storage::normalEmail(who).value_or(QString()));
-        return login ? storage.account(login->accountId) : std::nullopt;
+        if (!login) {
+            return login.failed() ? Lookup<Account>::failure() : Lookup<Account>::none();
+        }
+        return storage.account(login->accountId);
     }
 
     void change(Account& account) const {
@@ -191,13 +197,13 @@ class AccountCommand {
 
     bool set(Storage& storage, qint64 id) {
         const auto login = storage.loginOfAccount(id);
-        return login &&
+        return !login.failed() &&
                storage.changeAccount(id,
                                      [&](Account& account) {
                                          change(account);
                                          // Somebody signs in with the address of the other accounts, so it
                                          // stays what it is.
-                                         if (parser_.isSet(email_) && login->accountId == 0) {
+                                         if (parser_.isSet(email_) && !login) {
                                              account.email = parser_.value(email_).trimmed();
                                          }
                                      }) &&
@@ -209,7 +215,10 @@ class AccountCommand {
 
     int show(Storage& storage, qint64 id) {
         const auto account = storage.account(id);
-        if (!account) {
+        const auto sessions = storage.sessions(id, now());
+        const auto monthly = checkoutUrl(storage, configuration_->service, QStringLiteral("monthly"));
+        const auto yearly = checkoutUrl(storage, configuration_->service, QStringLiteral("yearly"));
+        if (!account || !sessions || !monthly || !yearly) {
             return refuse(QStringLiteral("the account could not be read."));
         }
         say(QStringLiteral(
@@ -225,11 +234,9 @@ class AccountCommand {
                 .arg(account->minuteLimit));
         say(QStringLiteral("closed %1\npast-due %2\nrenewal-canceled %3\nsessions %4")
                 .arg(yesNo(account->closed), yesNo(account->pastDue), yesNo(account->renewalCanceled))
-                .arg(storage.sessions(id, now()).size()));
-        for (const QString& plan : {QStringLiteral("monthly"), QStringLiteral("yearly")}) {
-            say(plan + QStringLiteral("CheckoutUrl ") +
-                orDash(checkoutUrl(storage, configuration_->service, plan)));
-        }
+                .arg(sessions->size()));
+        say(QStringLiteral("monthlyCheckoutUrl %1\nyearlyCheckoutUrl %2")
+                .arg(orDash(*monthly), orDash(*yearly)));
         return 0;
     }
 
@@ -263,8 +270,9 @@ class AccountCommand {
 
     int offerPassword(Storage& storage, const Account& account) {
         const auto login = storage.loginOfAccount(account.id);
-        if (!login || login->accountId == 0) {
-            return refuse(QStringLiteral("this account has no password."));
+        if (!login) {
+            return refuse(login.failed() ? QStringLiteral("the account could not be read.")
+                                         : QStringLiteral("this account has no password."));
         }
         const QByteArray code = randomToken(24);
         if (!storage.addOneTimeCode(Storage::Purpose::passwordReset, code, {account.id, account.email},
@@ -287,7 +295,7 @@ class AccountCommand {
             return refuse(QStringLiteral("there is an account of %1 already.").arg(*email));
         }
         const auto account =
-            made.outcome == Storage::Registered::done ? storage.account(made.id) : std::nullopt;
+            made.outcome == Storage::Registered::done ? storage.account(made.id) : Lookup<Account>::failure();
         return account ? offerPassword(storage, *account)
                        : refuse(QStringLiteral("the account could not be written."));
     }

@@ -92,15 +92,21 @@ void AccountSite::setCookie(HttpAnswer& answer, const char* name, const QByteArr
     answer.headers.emplace_back("Set-Cookie", text);
 }
 
-AccountSite::Browser AccountSite::browserOf(const HttpRequest& request) {
+std::optional<AccountSite::Browser> AccountSite::browserOf(const HttpRequest& request) {
     Browser browser;
     if (local()) {
         return browser;
     }
     const QByteArray session = cookie(request, cookieName(sessionCookie));
     if (!session.isEmpty()) {
-        browser.visitor = storage_.visitor(session, now_());
-        browser.session = browser.visitor ? session : QByteArray();
+        const auto visitor = storage_.visitor(session, now_());
+        if (visitor.failed()) {
+            return {};
+        }
+        if (visitor) {
+            browser.visitor = *visitor;
+            browser.session = session;
+        }
     }
     browser.visit = cookie(request, cookieName(visitCookie));
     if (browser.visit.size() < 22) {
@@ -117,11 +123,11 @@ HttpAnswer AccountSite::withVisit(HttpAnswer answer, const HttpRequest& request,
     return answer;
 }
 
-std::optional<Account> AccountSite::ownerOf(const Browser& browser) {
+Lookup<Account> AccountSite::ownerOf(const Browser& browser) {
     if (local()) {
         return storage_.localAccount();
     }
-    return browser.visitor ? std::optional(browser.visitor->account) : std::nullopt;
+    return browser.visitor ? Lookup<Account>(browser.visitor->account) : Lookup<Account>::none();
 }
 
 QByteArray AccountSite::bound(const QByteArray& purpose, const Browser& browser) const {
@@ -131,7 +137,7 @@ QByteArray AccountSite::bound(const QByteArray& purpose, const Browser& browser)
     return "form\n" + purpose + '\n' + browserPart + '\n';
 }
 
-QByteArray AccountSite::formToken(const QByteArray& purpose, const Browser& browser) {
+std::optional<QByteArray> AccountSite::formToken(const QByteArray& purpose, const Browser& browser) {
     const auto key = keys_.current(now_());
     if (!key) {
         return {};
@@ -141,15 +147,20 @@ QByteArray AccountSite::formToken(const QByteArray& purpose, const Browser& brow
            base64Url(hmacSha256(key->secret, bound(purpose, browser) + until));
 }
 
-bool AccountSite::formTokenValid(const QByteArray& purpose, const Browser& browser, const QString& token) {
+AccountSite::FormToken AccountSite::checkFormToken(const QByteArray& purpose, const Browser& browser,
+                                                   const QString& token) {
     const QList<QByteArray> pieces = token.toLatin1().split('.');
     if (pieces.size() != 3 || pieces.at(0).toLongLong() <= now_()) {
-        return false;
+        return FormToken::invalid;
     }
     const auto key = keys_.find(QString::fromLatin1(pieces.at(1)), now_());
-    return key &&
-           equalInConstantTime(base64Url(hmacSha256(key->secret, bound(purpose, browser) + pieces.at(0))),
-                               pieces.at(2));
+    if (key.failed()) {
+        return FormToken::storageFailure;
+    }
+    const bool valid =
+        key && equalInConstantTime(base64Url(hmacSha256(key->secret, bound(purpose, browser) + pieces.at(0))),
+                                   pieces.at(2));
+    return valid ? FormToken::valid : FormToken::invalid;
 }
 
 bool AccountSite::sameOrigin(const HttpRequest& request) const {
@@ -188,12 +199,18 @@ std::optional<AccountSite::Form> AccountSite::formOf(const HttpRequest& request,
                            QStringLiteral("Another web site tried to use this page. Nothing was done."));
         return {};
     }
-    if (!formTokenValid(purpose, browser, valueOf(*items, "form_token"))) {
+    switch (checkFormToken(purpose, browser, valueOf(*items, "form_token"))) {
+    case FormToken::valid:
+        return items;
+    case FormToken::invalid:
         refusal = pages::message(403, QStringLiteral("This page is too old"),
                                  QStringLiteral("Open the page again to get a fresh one, and retry."));
-        return {};
+        break;
+    case FormToken::storageFailure:
+        refusal = unreadable();
+        break;
     }
-    return items;
+    return {};
 }
 
 QByteArray AccountSite::clientOf(const HttpRequest& request) const {
@@ -221,11 +238,17 @@ std::optional<HttpAnswer> AccountSite::tooManyAttempts(const QByteArray& client,
     if (!tooMany && !email.isEmpty()) {
         const auto ofOne =
             storage_.countAttempt("one\n" + email.toUtf8() + '\n' + client, attemptWindow, now_());
-        tooMany = !ofOne || *ofOne > attemptsOfOne;
+        if (!ofOne) {
+            return unwritable();
+        }
+        tooMany = *ofOne > attemptsOfOne;
         if (!tooMany) {
             const auto forAccount =
                 storage_.countAttempt("account\n" + email.toUtf8(), attemptWindow, now_());
-            tooMany = !forAccount || *forAccount > attemptsForAccount;
+            if (!forAccount) {
+                return unwritable();
+            }
+            tooMany = *forAccount > attemptsForAccount;
         }
     }
     if (!tooMany) {
@@ -260,9 +283,13 @@ HttpAnswer AccountSite::signInBrowser(HttpAnswer answer, qint64 accountId) {
 HttpAnswer AccountSite::loginForm(const HttpRequest& request, Browser browser, const QString& challenge,
                                   int status, const QString& problem, const QString& email) {
     browser.visitor.reset();
+    const auto token = formToken("login\n" + challenge.toLatin1(), browser);
+    if (!token) {
+        return unreadable();
+    }
     pages::LoginForm page;
     page.challenge = challenge;
-    page.formToken = formToken("login\n" + challenge.toLatin1(), browser);
+    page.formToken = *token;
     page.email = email;
     page.problem = problem;
     page.mayRegister = settings_.registration == Registration::open;
@@ -279,18 +306,27 @@ HttpAnswer AccountSite::loginPage(const HttpRequest& request) {
                            "that brought you here is incomplete."));
     }
     const QString challenge = given.value_or(QString());
-    const Browser browser = browserOf(request);
-    const auto account = ownerOf(browser);
+    const auto browser = browserOf(request);
+    if (!browser) {
+        return unreadable();
+    }
+    const auto account = ownerOf(*browser);
     if (!account) {
-        return local() ? unreadable() : loginForm(request, browser, challenge, 200, QString(), QString());
+        return account.failed() ? unreadable()
+                                : loginForm(request, *browser, challenge, 200, QString(), QString());
     }
     if (challenge.isEmpty()) {
         return goTo("/account/");
     }
+    const auto token = formToken("login\n" + challenge.toLatin1(), *browser);
+    const auto logoutToken = formToken("account", *browser);
+    if (!token || !logoutToken) {
+        return unreadable();
+    }
     pages::Confirmation page;
     page.challenge = challenge;
-    page.formToken = formToken("login\n" + challenge.toLatin1(), browser);
-    page.logoutToken = local() ? QByteArray() : formToken("account", browser);
+    page.formToken = *token;
+    page.logoutToken = local() ? QByteArray() : *logoutToken;
     page.account = *account;
     page.isLocal = local();
     return pages::confirmSignIn(page);
@@ -305,21 +341,25 @@ HttpAnswer AccountSite::login(const HttpRequest& request) {
         return startFromTheProgram(
             QStringLiteral("This sign-in is incomplete. Choose Sign in in Vellumline again."));
     }
-    Browser browser = browserOf(request);
+    auto browser = browserOf(request);
+    if (!browser) {
+        return unreadable();
+    }
     const bool withPassword =
         !local() && items->contains({QStringLiteral("email"), valueOf(*items, "email")});
     if (withPassword) {
         // The form of a signed-out browser, even when somebody signed in in another window meanwhile.
-        browser.visitor.reset();
+        browser->visitor.reset();
     }
     HttpAnswer refusal;
-    if (!formOf(request, browser, "login\n" + challenge.toLatin1(), refusal)) {
+    if (!formOf(request, *browser, "login\n" + challenge.toLatin1(), refusal)) {
         return refusal;
     }
     if (!withPassword) {
-        const auto account = ownerOf(browser);
+        const auto account = ownerOf(*browser);
         if (!account) {
-            return local() ? unwritable() : loginForm(request, browser, challenge, 200, QString(), QString());
+            return account.failed() ? unreadable()
+                                    : loginForm(request, *browser, challenge, 200, QString(), QString());
         }
         return handOver(*account, challenge);
     }
@@ -331,15 +371,18 @@ HttpAnswer AccountSite::login(const HttpRequest& request) {
         return *answer;
     }
     const auto found = storage_.login(email);
-    if (!found) {
+    if (found.failed()) {
         return unreadable();
     }
     const QString password = valueOf(*items, "password");
-    const bool right =
-        password.size() <= Passwords::longest && passwords_.matches(password, found->passwordHash);
-    const auto account = right ? storage_.account(found->accountId) : std::nullopt;
+    const QString hash = found ? found->passwordHash : QString();
+    const bool right = password.size() <= Passwords::longest && passwords_.matches(password, hash);
+    const auto account = found && right ? storage_.account(found->accountId) : Lookup<Account>::none();
+    if (account.failed()) {
+        return unreadable();
+    }
     if (!account) {
-        return loginForm(request, browser, challenge, 401,
+        return loginForm(request, *browser, challenge, 401,
                          QStringLiteral("The e-mail address or the password is not right."), typed);
     }
     storage_.forgetAttempts("one\n" + email.toUtf8() + '\n' + client, now_());
@@ -348,14 +391,19 @@ HttpAnswer AccountSite::login(const HttpRequest& request) {
 }
 
 HttpAnswer AccountSite::logout(const HttpRequest& request) {
-    const Browser browser = browserOf(request);
+    const auto browser = browserOf(request);
+    if (!browser) {
+        return unreadable();
+    }
     HttpAnswer refusal;
-    const auto items = formOf(request, browser, "account", refusal);
+    const auto items = formOf(request, *browser, "account", refusal);
     if (!items) {
         return refusal;
     }
-    if (browser.visitor) {
-        storage_.endSession(browser.visitor->account.id, browser.visitor->session, now_());
+    // A browser whose session could not be ended keeps its cookie: with it the button can be pressed again.
+    if (browser->visitor &&
+        !storage_.endSession(browser->visitor->account.id, browser->visitor->session, now_())) {
+        return unwritable();
     }
     const QString challenge = valueOf(*items, "app_challenge");
     HttpAnswer answer = goTo(isPkceChallenge(challenge) ? "/login/?app_challenge=" + challenge.toLatin1()
@@ -379,6 +427,9 @@ HttpAnswer AccountSite::registerForm(const HttpRequest& request, Browser browser
     }
     if (settings_.registration == Registration::invitation || !invitation.isEmpty()) {
         const auto what = storage_.oneTimeCode(Storage::Purpose::invitation, invitation.toUtf8(), now_());
+        if (what.failed()) {
+            return unreadable();
+        }
         if (!what) {
             return pages::message(
                 403, QStringLiteral("An invitation is needed"),
@@ -388,22 +439,31 @@ HttpAnswer AccountSite::registerForm(const HttpRequest& request, Browser browser
         page.emailFixed = !what->email.isEmpty();
         page.email = page.emailFixed ? what->email : email;
     }
-    page.formToken = formToken("register", browser);
+    const auto token = formToken("register", browser);
+    if (!token) {
+        return unreadable();
+    }
+    page.formToken = *token;
     return withVisit(pages::registration(status, page), request, browser);
 }
 
 HttpAnswer AccountSite::registerPage(const HttpRequest& request) {
     const auto items = parseForm(request.query).value_or(Form());
     const QString challenge = valueOf(items, "app_challenge");
-    return registerForm(request, browserOf(request), isPkceChallenge(challenge) ? challenge : QString(),
-                        valueOf(items, "invitation").left(128), 200, QString(), QString());
+    const auto browser = browserOf(request);
+    return browser ? registerForm(request, *browser, isPkceChallenge(challenge) ? challenge : QString(),
+                                  valueOf(items, "invitation").left(128), 200, QString(), QString())
+                   : unreadable();
 }
 
 HttpAnswer AccountSite::registerAccount(const HttpRequest& request) {
-    Browser browser = browserOf(request);
-    browser.visitor.reset();
+    auto browser = browserOf(request);
+    if (!browser) {
+        return unreadable();
+    }
+    browser->visitor.reset();
     HttpAnswer refusal;
-    const auto items = formOf(request, browser, "register", refusal);
+    const auto items = formOf(request, *browser, "register", refusal);
     if (!items) {
         return refusal;
     }
@@ -412,7 +472,7 @@ HttpAnswer AccountSite::registerAccount(const HttpRequest& request) {
     const QString invitation = valueOf(*items, "invitation").left(128);
     const QString typed = valueOf(*items, "email");
     const auto again = [&](int status, const QString& problem) {
-        return registerForm(request, browser, challenge, invitation, status, problem, typed);
+        return registerForm(request, *browser, challenge, invitation, status, problem, typed);
     };
     if (local() || settings_.registration == Registration::closed ||
         (settings_.registration == Registration::invitation && invitation.isEmpty())) {
@@ -454,23 +514,34 @@ HttpAnswer AccountSite::registerAccount(const HttpRequest& request) {
 
 HttpAnswer AccountSite::resetPage(const HttpRequest& request) {
     const QString code = valueOf(parseForm(request.query).value_or(Form()), "code").left(128);
-    Browser browser = browserOf(request);
-    browser.visitor.reset();
-    if (local() || !storage_.oneTimeCode(Storage::Purpose::passwordReset, code.toUtf8(), now_())) {
+    auto browser = browserOf(request);
+    if (!browser) {
+        return unreadable();
+    }
+    browser->visitor.reset();
+    const auto what = storage_.oneTimeCode(Storage::Purpose::passwordReset, code.toUtf8(), now_());
+    if (what.failed()) {
+        return unreadable();
+    }
+    if (local() || !what) {
         return pages::message(
             403, QStringLiteral("This link has ended"),
             QStringLiteral("It works once, and for a day. Ask whoever runs this service for a new "
                            "one."));
     }
-    return withVisit(pages::passwordReset(200, code, formToken("reset", browser), QString()), request,
-                     browser);
+    const auto token = formToken("reset", *browser);
+    return token ? withVisit(pages::passwordReset(200, code, *token, QString()), request, *browser)
+                 : unreadable();
 }
 
 HttpAnswer AccountSite::reset(const HttpRequest& request) {
-    Browser browser = browserOf(request);
-    browser.visitor.reset();
+    auto browser = browserOf(request);
+    if (!browser) {
+        return unreadable();
+    }
+    browser->visitor.reset();
     HttpAnswer refusal;
-    const auto items = formOf(request, browser, "reset", refusal);
+    const auto items = formOf(request, *browser, "reset", refusal);
     if (!items) {
         return refusal;
     }
@@ -479,114 +550,142 @@ HttpAnswer AccountSite::reset(const HttpRequest& request) {
     }
     const QString code = valueOf(*items, "code").left(128);
     const auto what = storage_.oneTimeCode(Storage::Purpose::passwordReset, code.toUtf8(), now_());
+    if (what.failed()) {
+        return unreadable();
+    }
     if (local() || !what) {
         return resetPage(request);
     }
     const QString unfit = Passwords::problemWith(valueOf(*items, "password"), what->email);
     if (!unfit.isEmpty()) {
-        return pages::passwordReset(400, code, formToken("reset", browser), unfit);
+        const auto token = formToken("reset", *browser);
+        return token ? pages::passwordReset(400, code, *token, unfit) : unreadable();
     }
     const QString hash = passwords_.hash(valueOf(*items, "password"));
     return !hash.isEmpty() && storage_.resetPassword(code.toUtf8(), hash, now_()) ? goTo("/login/")
                                                                                   : unwritable();
 }
 
+std::optional<pages::Plans> AccountSite::plansFor(const HttpRequest& request) {
+    const auto monthly = checkoutUrl(storage_, settings_, QStringLiteral("monthly"));
+    const auto yearly = checkoutUrl(storage_, settings_, QStringLiteral("yearly"));
+    if (!monthly || !yearly) {
+        return {};
+    }
+    return pages::Plans{valueOf(parseForm(request.query).value_or(Form()), "plan"), *monthly, *yearly};
+}
+
 HttpAnswer AccountSite::accountAnswer(const HttpRequest& request, const Browser& browser, int status,
                                       const QString& problem) {
     const auto account = ownerOf(browser);
     if (!account) {
-        return local() ? unreadable() : goTo("/login/");
+        return account.failed() ? unreadable() : goTo("/login/");
+    }
+    const auto plans = plansFor(request);
+    const auto sessions = storage_.sessions(account->id, now_());
+    const auto token = formToken("account", browser);
+    if (!plans || !sessions || !token) {
+        return unreadable();
     }
     pages::AccountPage page;
     page.account = *account;
     page.thisMonth = Storage::monthOf(now_() * 1000);
-    page.plans = {valueOf(parseForm(request.query).value_or(Form()), "plan"),
-                  checkoutUrl(storage_, settings_, QStringLiteral("monthly")),
-                  checkoutUrl(storage_, settings_, QStringLiteral("yearly"))};
+    page.plans = *plans;
     page.isLocal = local();
-    page.sessions = storage_.sessions(account->id, now_());
+    page.sessions = *sessions;
     page.ownSession = browser.visitor ? browser.visitor->session : QString();
-    page.formToken = formToken("account", browser);
+    page.formToken = *token;
     page.problem = problem;
     return pages::account(status, page);
 }
 
 HttpAnswer AccountSite::accountPage(const HttpRequest& request) {
-    return accountAnswer(request, browserOf(request), 200, QString());
+    const auto browser = browserOf(request);
+    return browser ? accountAnswer(request, *browser, 200, QString()) : unreadable();
 }
 
 HttpAnswer AccountSite::planPage(const HttpRequest& request) {
-    const Browser browser = browserOf(request);
-    const auto account = ownerOf(browser);
-    if (!account) {
-        return local() ? unreadable() : goTo("/login/");
+    const auto browser = browserOf(request);
+    if (!browser) {
+        return unreadable();
     }
-    return pages::plan(*account,
-                       {valueOf(parseForm(request.query).value_or(Form()), "plan"),
-                        checkoutUrl(storage_, settings_, QStringLiteral("monthly")),
-                        checkoutUrl(storage_, settings_, QStringLiteral("yearly"))},
-                       local());
+    const auto account = ownerOf(*browser);
+    if (!account) {
+        return account.failed() ? unreadable() : goTo("/login/");
+    }
+    const auto plans = plansFor(request);
+    return plans ? pages::plan(*account, *plans, local()) : unreadable();
 }
 
 HttpAnswer AccountSite::setClosed(const HttpRequest& request, bool closed) {
-    const Browser browser = browserOf(request);
+    const auto browser = browserOf(request);
+    if (!browser) {
+        return unreadable();
+    }
     HttpAnswer refusal;
-    if (!formOf(request, browser, "account", refusal)) {
+    if (!formOf(request, *browser, "account", refusal)) {
         return refusal;
     }
-    const auto account = ownerOf(browser);
+    const auto account = ownerOf(*browser);
     return account && storage_.setClosed(account->id, closed) ? goTo("/account/") : unwritable();
 }
 
 HttpAnswer AccountSite::endSession(const HttpRequest& request) {
-    const Browser browser = browserOf(request);
+    const auto browser = browserOf(request);
+    if (!browser) {
+        return unreadable();
+    }
     HttpAnswer refusal;
-    const auto items = formOf(request, browser, "account", refusal);
+    const auto items = formOf(request, *browser, "account", refusal);
     if (!items) {
         return refusal;
     }
-    const auto account = ownerOf(browser);
+    const auto account = ownerOf(*browser);
     if (!account) {
-        return goTo("/login/");
+        return account.failed() ? unreadable() : goTo("/login/");
     }
     const QString id = valueOf(*items, "session");
     const bool done =
         id.isEmpty() ? storage_.endSessions(account->id,
-                                            browser.visitor ? browser.visitor->session : QString(), now_())
+                                            browser->visitor ? browser->visitor->session : QString(), now_())
                      : storage_.endSession(account->id, id, now_());
     return done ? goTo("/account/") : unwritable();
 }
 
 HttpAnswer AccountSite::changePassword(const HttpRequest& request) {
-    const Browser browser = browserOf(request);
+    const auto browser = browserOf(request);
+    if (!browser) {
+        return unreadable();
+    }
     HttpAnswer refusal;
-    const auto items = formOf(request, browser, "account", refusal);
+    const auto items = formOf(request, *browser, "account", refusal);
     if (!items) {
         return refusal;
     }
-    if (!browser.visitor) {
+    if (!browser->visitor) {
         return goTo("/login/");
     }
-    const Account& account = browser.visitor->account;
+    const Account& account = browser->visitor->account;
     const QByteArray client = clientOf(request);
     if (auto answer = tooManyAttempts(client, account.email)) {
         return *answer;
     }
     const auto present = storage_.loginOfAccount(account.id);
-    if (!present) {
+    if (present.failed()) {
         return unreadable();
     }
     const QString old = valueOf(*items, "old_password");
-    if (old.size() > Passwords::longest || !passwords_.matches(old, present->passwordHash)) {
-        return accountAnswer(request, browser, 401, QStringLiteral("The present password is not right."));
+    const QString presentHash = present ? present->passwordHash : QString();
+    if (old.size() > Passwords::longest || !passwords_.matches(old, presentHash)) {
+        return accountAnswer(request, *browser, 401, QStringLiteral("The present password is not right."));
     }
     const QString unfit = Passwords::problemWith(valueOf(*items, "password"), account.email);
     if (!unfit.isEmpty()) {
-        return accountAnswer(request, browser, 400, unfit);
+        return accountAnswer(request, *browser, 400, unfit);
     }
     const QString hash = passwords_.hash(valueOf(*items, "password"));
     if (hash.isEmpty() || !storage_.setPassword(account.id, hash) ||
-        !storage_.endSessions(account.id, browser.visitor->session, now_())) {
+        !storage_.endSessions(account.id, browser->visitor->session, now_())) {
         return unwritable();
     }
     storage_.forgetAttempts("one\n" + account.email.toUtf8() + '\n' + client, now_());

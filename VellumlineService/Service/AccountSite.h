@@ -2,6 +2,7 @@
 
 #include "VellumlineService/Service/HttpMessage.h"
 #include "VellumlineService/Service/KeyRing.h"
+#include "VellumlineService/Service/Pages.h"
 #include "VellumlineService/Service/ServiceSettings.h"
 
 #include <functional>
@@ -40,32 +41,37 @@ class AccountSite {
   private:
     using Form = QList<QPair<QString, QString>>;
     struct Browser {
-        std::optional<Storage::Visitor> visitor;
-        QByteArray session; ///< The cookie of a signed-in browser.
-        QByteArray visit;   ///< The cookie of any other.
+        std::optional<Storage::Visitor> visitor; ///< Nothing when nobody is signed in.
+        QByteArray session;                      ///< The cookie of a signed-in browser.
+        QByteArray visit;                        ///< The cookie of any other.
     };
 
     bool local() const { return settings_.accounts == Accounts::local; }
-    Browser browserOf(const HttpRequest& request);
+    /// Nothing when the database fails, so that it is not known who this is.
+    std::optional<Browser> browserOf(const HttpRequest& request);
     /// Whose page this is: the local account, or the signed-in one.
-    std::optional<Account> ownerOf(const Browser& browser);
+    Lookup<Account> ownerOf(const Browser& browser);
     QByteArray cookie(const HttpRequest& request, const QByteArray& name) const;
     QByteArray cookieName(const char* name) const;
     void setCookie(HttpAnswer& answer, const char* name, const QByteArray& value, qint64 seconds) const;
     /// Gives a browser without one the cookie that its form tokens are bound to.
     HttpAnswer withVisit(HttpAnswer answer, const HttpRequest& request, const Browser& browser) const;
 
-    QByteArray formToken(const QByteArray& purpose, const Browser& browser);
+    /// Nothing when the database fails.
+    std::optional<QByteArray> formToken(const QByteArray& purpose, const Browser& browser);
     /// The items of a form that this browser was given for this purpose; else an answer in `refusal`.
     std::optional<Form> formOf(const HttpRequest& request, const Browser& browser, const QByteArray& purpose,
                                HttpAnswer& refusal);
-    bool formTokenValid(const QByteArray& purpose, const Browser& browser, const QString& token);
+    enum class FormToken { valid, invalid, storageFailure };
+    FormToken checkFormToken(const QByteArray& purpose, const Browser& browser, const QString& token);
     QByteArray bound(const QByteArray& purpose, const Browser& browser) const;
     bool sameOrigin(const HttpRequest& request) const;
     QByteArray clientOf(const HttpRequest& request) const;
 
-    /// Nothing, or for how many more minutes nobody may try; the failure of the database is the longest.
+    /// Nothing, or why there is no try now. One that cannot be counted is none.
     std::optional<HttpAnswer> tooManyAttempts(const QByteArray& client, const QString& email);
+    /// What is sold, with what the address of the page asks for; nothing when the database fails.
+    std::optional<pages::Plans> plansFor(const HttpRequest& request);
     HttpAnswer setClosed(const HttpRequest& request, bool closed);
     HttpAnswer handOver(const Account& account, const QString& challenge);
     HttpAnswer signInBrowser(HttpAnswer answer, qint64 accountId);

@@ -1,11 +1,11 @@
 #include "VellumlineService/Service/CorrectionService.h"
 
-#include "VellumlineCore/Text.h"
 #include "VellumlineService/Service/Pages.h"
 #include "VellumlineService/Service/Tokens.h"
 
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QTextBoundaryFinder>
 #include <algorithm>
 
 namespace vellumline {
@@ -65,6 +65,19 @@ std::optional<QString> parseRewriteBody(const QByteArray& body) {
         return {};
     }
     return object->value(QStringLiteral("text")).toString();
+}
+
+int characterCount(const QString& text, int limit) {
+    // A cluster has at least one UTF-16 unit, so short texts need no look.
+    if (text.size() <= limit) {
+        return static_cast<int>(text.size());
+    }
+    QTextBoundaryFinder finder(QTextBoundaryFinder::Grapheme, text);
+    int count = 0;
+    while (count <= limit && finder.toNextBoundary() > 0) {
+        ++count;
+    }
+    return count;
 }
 
 CorrectionService::CorrectionService(ServiceSettings settings, Storage& storage, CorrectionEngine& engine,
@@ -175,7 +188,8 @@ QByteArray CorrectionService::accessToken(const Storage::Issued& issued, const S
     return signAccessToken(claims, key);
 }
 
-std::optional<Account> CorrectionService::authorised(const HttpRequest& request) {
+std::optional<Account> CorrectionService::authorised(const HttpRequest& request, HttpAnswer& refusal) {
+    refusal = error(401, "not signed in");
     const QByteArray value = request.header("authorization");
     // The scheme's name is case-insensitive (RFC 9110 section 11.1).
     if (value.left(7).toLower() != "bearer ") {
@@ -183,8 +197,19 @@ std::optional<Account> CorrectionService::authorised(const HttpRequest& request)
     }
     const QByteArray token = value.mid(7).trimmed();
     const auto key = keys_.find(accessTokenKeyId(token), seconds());
+    if (key.failed()) {
+        refusal = storageProblem();
+        return {};
+    }
     const auto claims = key ? verifyAccessToken(token, *key, seconds()) : std::nullopt;
-    return claims ? storage_.accountOfSession(claims->accountId, claims->session) : std::nullopt;
+    if (!claims) {
+        return {};
+    }
+    const auto account = storage_.accountOfSession(claims->accountId, claims->session);
+    if (account.failed()) {
+        refusal = storageProblem();
+    }
+    return account ? std::optional(*account) : std::nullopt;
 }
 
 HttpAnswer CorrectionService::health(const HttpRequest&) {
@@ -290,9 +315,10 @@ HttpAnswer CorrectionService::token(const HttpRequest& request) {
 }
 
 HttpAnswer CorrectionService::accountInfo(const HttpRequest& request) {
-    const auto account = authorised(request);
+    HttpAnswer refusal;
+    const auto account = authorised(request, refusal);
     if (!account) {
-        return error(401, "not signed in");
+        return refusal;
     }
     return json(200, {{QStringLiteral("plan"), account->plan},
                       {QStringLiteral("rewritesUsed"), account->rewritesUsed},
@@ -305,18 +331,22 @@ HttpAnswer CorrectionService::accountInfo(const HttpRequest& request) {
 HttpAnswer CorrectionService::freeLimitAnswer() {
     QJsonObject reply{{QStringLiteral("error"), QStringLiteral("free rewrites used up")}};
     for (const QString& plan : {QStringLiteral("monthly"), QStringLiteral("yearly")}) {
-        const QString url = checkoutUrl(storage_, settings_, plan);
-        if (!url.isEmpty()) {
-            reply.insert(plan + QStringLiteral("CheckoutUrl"), url);
+        const auto url = checkoutUrl(storage_, settings_, plan);
+        if (!url) {
+            return storageProblem();
+        }
+        if (!url->isEmpty()) {
+            reply.insert(plan + QStringLiteral("CheckoutUrl"), *url);
         }
     }
     return json(402, reply);
 }
 
 HttpAnswer CorrectionService::rewrite(const HttpRequest& request) {
-    const auto account = authorised(request);
+    HttpAnswer refusal;
+    const auto account = authorised(request, refusal);
     if (!account) {
-        return error(401, "not signed in");
+        return refusal;
     }
     if (account->closed) {
         return error(401, "account closed");
@@ -331,7 +361,7 @@ HttpAnswer CorrectionService::rewrite(const HttpRequest& request) {
     if (text->trimmed().isEmpty()) {
         return error(400, "text is empty");
     }
-    if (hasMoreCharactersThan(*text, textLimit)) {
+    if (characterCount(*text, textLimit) > textLimit) {
         return error(400, "text is too long");
     }
     // Looked at here so that the engine does not work for nothing; what counts is the look when it is

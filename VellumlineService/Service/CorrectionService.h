@@ -16,6 +16,8 @@ struct RedeemBody {
 };
 std::optional<RedeemBody> parseRedeemBody(const QByteArray& body);
 std::optional<QString> parseRewriteBody(const QByteArray& body);
+/// User-visible characters (extended grapheme clusters), counted up to `limit` + 1.
+int characterCount(const QString& text, int limit);
 
 /// Every page and endpoint of the service, without sockets. Thread-safe.
 class CorrectionService {
@@ -60,8 +62,8 @@ class CorrectionService {
     qint64 seconds() const { return now_() / 1000; }
     bool hostAllowed(const HttpRequest& request) const;
     QByteArray accessToken(const Storage::Issued& issued, const SigningKey& key, qint64 now) const;
-    /// The account of the bearer token; nothing when there is none or it is bad or expired.
-    std::optional<Account> authorised(const HttpRequest& request);
+    /// The account of the bearer token; else an answer in `refusal`.
+    std::optional<Account> authorised(const HttpRequest& request, HttpAnswer& refusal);
     HttpAnswer freeLimitAnswer();
 
     const ServiceSettings settings_;

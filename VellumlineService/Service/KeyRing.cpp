@@ -5,10 +5,13 @@ namespace vellumline {
 KeyRing::KeyRing(Storage& storage, qint64 periodSeconds, qint64 validSeconds)
     : storage_(storage), periodSeconds_(periodSeconds), validSeconds_(validSeconds) {}
 
-void KeyRing::load() {
-    if (auto keys = storage_.signingKeys()) {
+bool KeyRing::load() {
+    const auto keys = storage_.signingKeys();
+    loaded_ = keys.has_value();
+    if (keys) {
         keys_ = *keys;
     }
+    return loaded_;
 }
 
 const SigningKey* KeyRing::newest(qint64 now) const {
@@ -20,7 +23,9 @@ std::optional<SigningKey> KeyRing::current(qint64 now) {
     if (const SigningKey* key = newest(now)) {
         return *key;
     }
-    load();
+    if (!load()) {
+        return {};
+    }
     if (!newest(now)) {
         // Two processes may both come here: then there are two new keys, and each verifies what the other
         // signs.
@@ -34,16 +39,16 @@ std::optional<SigningKey> KeyRing::current(qint64 now) {
     return key ? std::optional(*key) : std::nullopt;
 }
 
-std::optional<SigningKey> KeyRing::find(const QString& id, qint64 now) {
+Lookup<SigningKey> KeyRing::find(const QString& id, qint64 now) {
     if (id.isEmpty()) {
-        return {};
+        return Lookup<SigningKey>::none();
     }
     const std::scoped_lock lock(mutex_);
     for (int round = 0; round < 2; ++round) {
         for (const SigningKey& key : std::as_const(keys_)) {
             if (key.id == id) {
-                return key.createdAt + periodSeconds_ + validSeconds_ > now ? std::optional(key)
-                                                                            : std::nullopt;
+                return key.createdAt + periodSeconds_ + validSeconds_ > now ? Lookup<SigningKey>(key)
+                                                                            : Lookup<SigningKey>::none();
             }
         }
         // Another process may have made it. Invented names must not become queries without end.
@@ -56,7 +61,8 @@ std::optional<SigningKey> KeyRing::find(const QString& id, qint64 now) {
         }
         load();
     }
-    return {};
+    // What the limit leaves unsearched is not known to be none while the last search failed.
+    return loaded_ ? Lookup<SigningKey>::none() : Lookup<SigningKey>::failure();
 }
 
 } // namespace vellumline

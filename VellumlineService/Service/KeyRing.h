@@ -16,10 +16,10 @@ class KeyRing {
 
     /// The key to sign with; nothing when there is none and the database fails.
     std::optional<SigningKey> current(qint64 now);
-    std::optional<SigningKey> find(const QString& id, qint64 now);
+    Lookup<SigningKey> find(const QString& id, qint64 now);
 
   private:
-    void load();
+    bool load();
     const SigningKey* newest(qint64 now) const;
 
     Storage& storage_;
@@ -30,6 +30,7 @@ class KeyRing {
     static constexpr int searchesASecond = 20;
     qint64 searchedAt_ = 0;
     int searches_ = 0;
+    bool loaded_ = true; ///< Whether the database answered when it was asked last.
 };
 
 } // namespace vellumline

@@ -19,10 +19,13 @@ bool isCheckoutUrl(const QString& text) {
     return url.scheme() == QStringLiteral("https") || (url.scheme() == QStringLiteral("http") && loopback);
 }
 
-QString checkoutUrl(Storage& storage, const ServiceSettings& settings, const QString& plan) {
-    QString set = storage.setting(plan + QStringLiteral("CheckoutUrl")).value_or(QString());
-    if (!set.isEmpty()) {
-        return set;
+std::optional<QString> checkoutUrl(Storage& storage, const ServiceSettings& settings, const QString& plan) {
+    const auto set = storage.setting(plan + QStringLiteral("CheckoutUrl"));
+    if (set.failed()) {
+        return {};
+    }
+    if (set && !set->isEmpty()) {
+        return *set;
     }
     return plan == QStringLiteral("monthly") ? settings.monthlyCheckoutUrl : settings.yearlyCheckoutUrl;
 }

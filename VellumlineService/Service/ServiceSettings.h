@@ -46,7 +46,8 @@ struct ServiceSettings {
 const QStringList& planNames();
 /// Whether a link may stand on a page: HTTPS, or HTTP on a loopback address.
 bool isCheckoutUrl(const QString& text);
-/// The link to buy a plan: what the administrator put into the database, else the setting; empty when none.
-QString checkoutUrl(Storage& storage, const ServiceSettings& settings, const QString& plan);
+/// The link to buy a plan: what the administrator put into the database, else the setting; empty when none,
+/// nothing when the database fails.
+std::optional<QString> checkoutUrl(Storage& storage, const ServiceSettings& settings, const QString& plan);
 
 } // namespace vellumline

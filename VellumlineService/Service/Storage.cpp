@@ -18,6 +18,13 @@ QString notNull(const QString& text) {
     return text.isNull() ? QStringLiteral("") : text;
 }
 
+template<class T, class Read> Lookup<T> firstOf(DatabaseAnswer answer, Read read) {
+    if (!answer) {
+        return Lookup<T>::failure();
+    }
+    return answer.next() ? Lookup<T>(read(answer)) : Lookup<T>::none();
+}
+
 } // namespace
 
 Storage::Storage(DatabaseAddress address) : database_(std::move(address)) {}
@@ -41,9 +48,9 @@ QString Storage::monthOf(qint64 nowMilliseconds) {
         .toString(QStringLiteral("yyyy-MM"));
 }
 
-std::optional<QString> Storage::setting(const QString& name) {
-    auto answer = database_.run("SELECT value FROM settings WHERE name = ?", {name});
-    return answer.next() ? std::optional(answer.text(0)) : std::nullopt;
+Lookup<QString> Storage::setting(const QString& name) {
+    return firstOf<QString>(database_.run("SELECT value FROM settings WHERE name = ?", {name}),
+                            [](const DatabaseAnswer& answer) { return answer.text(0); });
 }
 
 bool Storage::setSetting(const QString& name, const QString& value) {
@@ -97,20 +104,23 @@ Account Storage::accountIn(const DatabaseAnswer& answer) {
     return found;
 }
 
-std::optional<Account> Storage::account(qint64 id) {
-    auto answer = database_.run(ACCOUNT_COLUMNS " WHERE a.id = ?", {id});
-    return answer.next() ? std::optional(accountIn(answer)) : std::nullopt;
+Lookup<Account> Storage::account(qint64 id) {
+    return firstOf<Account>(database_.run(ACCOUNT_COLUMNS " WHERE a.id = ?", {id}), accountIn);
 }
 
-std::optional<Account> Storage::accountOfSession(qint64 id, const QString& session) {
-    auto answer = database_.run(ACCOUNT_COLUMNS " JOIN families f ON f.account_id = a.id"
-                                                " WHERE a.id = ? AND f.id = ? AND f.ended_at IS NULL",
-                                {id, notNull(session)});
-    return answer.next() ? std::optional(accountIn(answer)) : std::nullopt;
+Lookup<Account> Storage::accountOfSession(qint64 id, const QString& session) {
+    return firstOf<Account>(database_.run(ACCOUNT_COLUMNS
+                                          " JOIN families f ON f.account_id = a.id"
+                                          " WHERE a.id = ? AND f.id = ? AND f.ended_at IS NULL",
+                                          {id, notNull(session)}),
+                            accountIn);
 }
 
-QList<Account> Storage::accounts() {
+std::optional<QList<Account>> Storage::accounts() {
     auto answer = database_.run(ACCOUNT_COLUMNS " ORDER BY a.id");
+    if (!answer) {
+        return {};
+    }
     QList<Account> all;
     while (answer.next()) {
         all.append(accountIn(answer));
@@ -162,14 +172,14 @@ bool Storage::setClosed(qint64 id, bool closed) {
     return database_.run("UPDATE accounts SET closed = ? WHERE id = ?", {int(closed), id}).changed() == 1;
 }
 
-std::optional<Account> Storage::localAccount() {
-    if (auto present = account(localId)) {
+Lookup<Account> Storage::localAccount() {
+    if (auto present = account(localId); present || present.failed()) {
         return present;
     }
     // Nobody sells anything to a person on their own machine: the plan is "paid", the defaults of Account.
     Account fresh;
     fresh.id = localId;
-    return insertAccount(fresh) ? account(localId) : std::nullopt;
+    return insertAccount(fresh) ? account(localId) : Lookup<Account>::failure();
 }
 
 std::optional<QString> Storage::normalEmail(const QString& text) {
@@ -185,22 +195,20 @@ std::optional<QString> Storage::normalEmail(const QString& text) {
     return email;
 }
 
-std::optional<Storage::Login> Storage::login(const QString& email) {
-    auto answer =
-        database_.run("SELECT account_id, password_hash FROM logins WHERE email = ?", {notNull(email)});
-    if (!answer) {
-        return {};
-    }
-    return answer.next() ? Login{answer.number(0), answer.text(1)} : Login();
+Storage::Login Storage::loginIn(const DatabaseAnswer& answer) {
+    return {answer.number(0), answer.text(1)};
 }
 
-std::optional<Storage::Login> Storage::loginOfAccount(qint64 accountId) {
-    auto answer =
-        database_.run("SELECT account_id, password_hash FROM logins WHERE account_id = ?", {accountId});
-    if (!answer) {
-        return {};
-    }
-    return answer.next() ? Login{answer.number(0), answer.text(1)} : Login();
+Lookup<Storage::Login> Storage::login(const QString& email) {
+    return firstOf<Login>(
+        database_.run("SELECT account_id, password_hash FROM logins WHERE email = ?", {notNull(email)}),
+        loginIn);
+}
+
+Lookup<Storage::Login> Storage::loginOfAccount(qint64 accountId) {
+    return firstOf<Login>(
+        database_.run("SELECT account_id, password_hash FROM logins WHERE account_id = ?", {accountId}),
+        loginIn);
 }
 
 bool Storage::setPassword(qint64 accountId, const QString& passwordHash) {
@@ -274,13 +282,14 @@ bool Storage::addOneTimeCode(Purpose purpose, const QByteArray& code, const OneT
          notNull(what.email), expiresAt}));
 }
 
-std::optional<Storage::OneTimeCode> Storage::oneTimeCode(Purpose purpose, const QByteArray& code,
-                                                         qint64 now) {
-    auto answer =
+Lookup<Storage::OneTimeCode> Storage::oneTimeCode(Purpose purpose, const QByteArray& code, qint64 now) {
+    return firstOf<OneTimeCode>(
         database_.run("SELECT account_id, email FROM one_time_codes WHERE code_hash = ? AND purpose = ?"
                       " AND expires_at > ?",
-                      {secretHash(code), purposeName(purpose), now});
-    return answer.next() ? std::optional(OneTimeCode{answer.number(0), answer.text(1)}) : std::nullopt;
+                      {secretHash(code), purposeName(purpose), now}),
+        [](const DatabaseAnswer& answer) {
+            return OneTimeCode{answer.number(0), answer.text(1)};
+        });
 }
 
 bool Storage::resetPassword(const QByteArray& code, const QString& passwordHash, qint64 now) {
@@ -300,7 +309,7 @@ bool Storage::addBrowserSession(const QByteArray& token, qint64 accountId, qint6
                          {secretHash(token), QString::fromLatin1(randomToken(16)), accountId, now, now});
 }
 
-std::optional<Storage::Visitor> Storage::visitor(const QByteArray& token, qint64 now) {
+Lookup<Storage::Visitor> Storage::visitor(const QByteArray& token, qint64 now) {
     const QString hash = secretHash(token);
     Visitor found;
     qint64 lastUsed = 0;
@@ -309,8 +318,11 @@ std::optional<Storage::Visitor> Storage::visitor(const QByteArray& token, qint64
         auto answer = database_.run("SELECT id, account_id, last_used_at FROM browser_sessions"
                                     " WHERE token_hash = ? AND last_used_at > ?",
                                     {hash, now - browserSeconds});
+        if (!answer) {
+            return Lookup<Visitor>::failure();
+        }
         if (!answer.next()) {
-            return {};
+            return Lookup<Visitor>::none();
         }
         found.session = answer.text(0);
         accountId = answer.number(1);
@@ -322,17 +334,20 @@ std::optional<Storage::Visitor> Storage::visitor(const QByteArray& token, qint64
     }
     const auto owner = account(accountId);
     if (!owner) {
-        return {};
+        return owner.failed() ? Lookup<Visitor>::failure() : Lookup<Visitor>::none();
     }
     found.account = *owner;
     return found;
 }
 
-QList<Storage::Session> Storage::sessions(qint64 accountId, qint64 now) {
+std::optional<QList<Storage::Session>> Storage::sessions(qint64 accountId, qint64 now) {
     QList<Session> all;
     auto programs = database_.run("SELECT id, created_at, last_used_at FROM families WHERE account_id = ?"
                                   " AND ended_at IS NULL AND last_used_at > ?",
                                   {accountId, now - refreshIdleSeconds});
+    if (!programs) {
+        return {};
+    }
     while (programs.next()) {
         all.append({programs.text(0), Session::Kind::program, programs.number(1), programs.number(2)});
     }
@@ -340,6 +355,9 @@ QList<Storage::Session> Storage::sessions(qint64 accountId, qint64 now) {
         database_.run("SELECT id, created_at, last_used_at FROM browser_sessions WHERE account_id = ?"
                       " AND last_used_at > ?",
                       {accountId, now - browserSeconds});
+    if (!browsers) {
+        return {};
+    }
     while (browsers.next()) {
         all.append({browsers.text(0), Session::Kind::browser, browsers.number(1), browsers.number(2)});
     }
@@ -349,12 +367,11 @@ QList<Storage::Session> Storage::sessions(qint64 accountId, qint64 now) {
 }
 
 bool Storage::endSession(qint64 accountId, const QString& id, qint64 now) {
-    const auto programs =
-        database_.run("UPDATE families SET ended_at = ? WHERE account_id = ? AND id = ? AND ended_at IS NULL",
-                      {now, accountId, id});
-    const auto browsers =
-        database_.run("DELETE FROM browser_sessions WHERE account_id = ? AND id = ?", {accountId, id});
-    return programs && browsers;
+    // An id is that of one kind: nothing is ended when this fails.
+    return database_.run(
+               "UPDATE families SET ended_at = ? WHERE account_id = ? AND id = ? AND ended_at IS NULL",
+               {now, accountId, id}) &&
+           database_.run("DELETE FROM browser_sessions WHERE account_id = ? AND id = ?", {accountId, id});
 }
 
 bool Storage::endSessions(qint64 accountId, const QString& except, qint64 now) {
@@ -403,7 +420,7 @@ Storage::Use Storage::countRewrite(qint64 accountId, qint64 nowMilliseconds) {
     }
     const auto refused = account(accountId);
     if (!refused) {
-        return Use::missing;
+        return refused.failed() ? Use::storageFailure : Use::missing;
     }
     if (refused->closed) {
         return Use::closed;

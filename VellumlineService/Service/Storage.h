@@ -1,6 +1,7 @@
 #pragma once
 
 #include "VellumlineService/Service/Database.h"
+#include "VellumlineService/Service/Lookup.h"
 #include "VellumlineService/Service/Tokens.h"
 
 #include <QByteArray>
@@ -36,8 +37,8 @@ struct Account {
 };
 
 /// Everything the service keeps, the same on SQLite and PostgreSQL. Thread-safe, and safe for several
-/// processes on one database. Operations answer `storageFailure` (or nothing) when the database does; they
-/// never throw.
+/// processes on one database. When the database fails, operations answer `storageFailure`, a failed lookup,
+/// false or nothing; they never throw.
 class Storage {
   public:
     /// Times are seconds since 1970-01-01 UTC, where not called milliseconds.
@@ -58,24 +59,24 @@ class Storage {
     /// See Database::reportFailuresTo.
     void reportFailuresTo(Database::FailureReport report) { database_.reportFailuresTo(std::move(report)); }
 
-    std::optional<QString> setting(const QString& name);
+    Lookup<QString> setting(const QString& name);
     bool setSetting(const QString& name, const QString& value);
     /// Every key that was not thrown away yet, newest first.
     std::optional<QList<SigningKey>> signingKeys();
     /// Adds a key and throws away those made before `obsolete`.
     bool addSigningKey(const SigningKey& key, qint64 obsolete);
 
-    std::optional<Account> account(qint64 id);
+    Lookup<Account> account(qint64 id);
     /// The account of a program's sign-in, as long as that was not ended.
-    std::optional<Account> accountOfSession(qint64 id, const QString& session);
+    Lookup<Account> accountOfSession(qint64 id, const QString& session);
     /// Reads, changes and writes an account in one transaction.
     bool changeAccount(qint64 id, const std::function<void(Account&)>& change);
     /// The same for the local account, which is made on first use.
     bool changeLocalAccount(const std::function<void(Account&)>& change);
     bool setClosed(qint64 id, bool closed);
-    QList<Account> accounts();
+    std::optional<QList<Account>> accounts();
     /// The one account of a service for one person; made on first use.
-    std::optional<Account> localAccount();
+    Lookup<Account> localAccount();
 
     enum class Use { counted, freeLimit, monthlyLimit, minuteLimit, closed, missing, storageFailure };
     /// Counts one rewrite, if the account may have it, in one atomic statement: of any number of simultaneous
@@ -91,9 +92,8 @@ class Storage {
     };
     /// Trimmed, in lower case; nothing when it cannot be an e-mail address.
     static std::optional<QString> normalEmail(const QString& text);
-    /// Nothing is a database that failed, an account of 0 an address that nobody has.
-    std::optional<Login> login(const QString& email);
-    std::optional<Login> loginOfAccount(qint64 accountId);
+    Lookup<Login> login(const QString& email);
+    Lookup<Login> loginOfAccount(qint64 accountId);
     bool setPassword(qint64 accountId, const QString& passwordHash);
 
     enum class Registered { done, taken, badInvitation, storageFailure };
@@ -112,7 +112,7 @@ class Storage {
     };
     bool addOneTimeCode(Purpose purpose, const QByteArray& code, const OneTimeCode& what, qint64 expiresAt);
     /// What a code is for, while it can be used.
-    std::optional<OneTimeCode> oneTimeCode(Purpose purpose, const QByteArray& code, qint64 now);
+    Lookup<OneTimeCode> oneTimeCode(Purpose purpose, const QByteArray& code, qint64 now);
     /// Sets the password, uses the code up, and ends every session of the account.
     bool resetPassword(const QByteArray& code, const QString& passwordHash, qint64 now);
 
@@ -129,9 +129,9 @@ class Storage {
     };
     bool addBrowserSession(const QByteArray& token, qint64 accountId, qint64 now);
     /// Whose browser this is; the session lives 30 days from its last use.
-    std::optional<Visitor> visitor(const QByteArray& token, qint64 now);
+    Lookup<Visitor> visitor(const QByteArray& token, qint64 now);
     /// Those that can still be used, last used first.
-    QList<Session> sessions(qint64 accountId, qint64 now);
+    std::optional<QList<Session>> sessions(qint64 accountId, qint64 now);
     bool endSession(qint64 accountId, const QString& id, qint64 now);
     /// Ends all but one, or all.
     bool endSessions(qint64 accountId, const QString& except, qint64 now);
@@ -160,6 +160,7 @@ class Storage {
     bool saveAccount(const Account& account);
     bool insertAccount(const Account& account);
     static Account accountIn(const DatabaseAnswer& answer);
+    static Login loginIn(const DatabaseAnswer& answer);
     bool addRefreshToken(const QString& family, const QByteArray& token, qint64 now);
 
     Database database_;

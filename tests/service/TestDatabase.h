@@ -11,8 +11,10 @@
 #include <QTemporaryDir>
 #include <QThread>
 #include <csignal>
+#include <linux/capability.h>
 #include <pwd.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 namespace vellumline::test {
@@ -154,5 +156,102 @@ inline DatabaseAddress databaseAddress(const QString& text) {
     QString problem;
     return DatabaseAddress::from(text, problem).value_or(DatabaseAddress());
 }
+
+/// What a test says to the database past the storage.
+inline bool sqlPast(const QString& address, const QStringList& statements) {
+    const DatabaseAddress place = databaseAddress(address);
+    const bool isFile = place.kind == DatabaseAddress::Kind::sqlite;
+    bool done = false;
+    {
+        QSqlDatabase database = QSqlDatabase::addDatabase(
+            isFile ? QStringLiteral("QSQLITE") : QStringLiteral("QPSQL"), QStringLiteral("past"));
+        database.setDatabaseName(isFile ? place.path : place.name);
+        database.setHostName(place.host);
+        database.setUserName(place.user);
+        done = database.open();
+        for (const QString& statement : statements) {
+            QSqlQuery query(database);
+            done = done && query.exec(statement);
+        }
+    }
+    QSqlDatabase::removeDatabase(QStringLiteral("past"));
+    return done;
+}
+
+/// While it lives, every statement that needs this table fails.
+class TableAway {
+  public:
+    TableAway(const QString& address, const QString& table) : address_(address), table_(table) {
+        rename(table_, table_ + QStringLiteral("_away"));
+    }
+    Q_DISABLE_COPY_MOVE(TableAway)
+    ~TableAway() { rename(table_ + QStringLiteral("_away"), table_); }
+
+  private:
+    void rename(const QString& from, const QString& to) const {
+        if (!sqlPast(address_, {QStringLiteral("ALTER TABLE %1 RENAME TO %2").arg(from, to)})) {
+            qFatal("%s could not be renamed", qPrintable(from));
+        }
+    }
+
+    const QString address_;
+    const QString table_;
+};
+
+/// While it lives, the permissions of files count for this thread also when it is root's.
+class WithoutRootsPower {
+  public:
+    WithoutRootsPower() {
+        syscall(SYS_capget, &header_, held_);
+        __user_cap_data_struct fewer[2] = {held_[0], held_[1]};
+        fewer[0].effective &= ~(1U << CAP_DAC_OVERRIDE | 1U << CAP_DAC_READ_SEARCH);
+        syscall(SYS_capset, &header_, fewer);
+    }
+    Q_DISABLE_COPY_MOVE(WithoutRootsPower)
+    ~WithoutRootsPower() { syscall(SYS_capset, &header_, held_); }
+
+  private:
+    __user_cap_header_struct header_{_LINUX_CAPABILITY_VERSION_3, 0};
+    __user_cap_data_struct held_[2]{};
+};
+
+/// While it lives, nobody gets to the database: its server has ended the connections and takes no new ones,
+/// the file may not be read. SQLite goes on with a file that is open already, so let it be opened meanwhile.
+class DatabaseAway {
+  public:
+    explicit DatabaseAway(const QString& address) : place_(databaseAddress(address)) {
+        if (place_.kind == DatabaseAddress::Kind::sqlite) {
+            power_.emplace(); // with the other database it is what reaches the server's socket
+        }
+        allow(false);
+    }
+    Q_DISABLE_COPY_MOVE(DatabaseAway)
+    ~DatabaseAway() { allow(true); }
+
+  private:
+    void allow(bool allowed) const {
+        const bool done =
+            place_.kind == DatabaseAddress::Kind::sqlite ? allowFile(allowed) : allowConnections(allowed);
+        if (!done) {
+            qFatal("the database could not be taken away or brought back");
+        }
+    }
+    bool allowFile(bool allowed) const {
+        return QFile::setPermissions(place_.path,
+                                     allowed ? QFile::ReadOwner | QFile::WriteOwner : QFile::Permissions());
+    }
+    bool allowConnections(bool allowed) const {
+        PostgresServer* const server = PostgresServer::shared();
+        return server->sql(
+                   QStringLiteral("ALTER DATABASE %1 ALLOW_CONNECTIONS %2")
+                       .arg(place_.name, allowed ? QStringLiteral("true") : QStringLiteral("false"))) &&
+               server->sql(QStringLiteral(
+                               "SELECT pg_terminate_backend(pid) FROM pg_stat_activity WHERE datname = '%1'")
+                               .arg(place_.name));
+    }
+
+    const DatabaseAddress place_;
+    std::optional<WithoutRootsPower> power_;
+};
 
 } // namespace vellumline::test

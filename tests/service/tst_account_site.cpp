@@ -100,7 +100,8 @@ class AccountSiteTest : public QObject, private Site {
                            "email=ada%40example.org&password=" + encoded(password) + "&form_token=" + token)
                      .status,
                  403);
-        QCOMPARE(storage_->login(QStringLiteral("ada@example.org"))->accountId, qint64{0});
+        const auto login = storage_->login(QStringLiteral("ada@example.org"));
+        QVERIFY(!login && !login.failed());
     }
     void aNewPasswordEndsEverySession() {
         addAccount("ada@example.org");
@@ -156,7 +157,9 @@ class AccountSiteTest : public QObject, private Site {
         QCOMPARE(page.body.count("action=\"/account/sessions/end\""), 3);
         const qint64 id = storage_->login(QStringLiteral("ada@example.org"))->accountId;
         QString program;
-        for (const auto& listed : storage_->sessions(id, now_ / 1000)) {
+        const auto sessions = storage_->sessions(id, now_ / 1000);
+        QVERIFY(sessions);
+        for (const auto& listed : *sessions) {
             program = listed.kind == Storage::Session::Kind::program ? listed.id : program;
         }
         QCOMPARE(rewrite(token).status, 200);
@@ -243,6 +246,108 @@ class AccountSiteTest : public QObject, private Site {
         QCOMPARE(storage_->signingKeys()->size(), 1);
         KeyRing late(*storage_, 1000, 600);
         QVERIFY(late.find(ring.current(13'500)->id, 13'500));
+    }
+    void aKeyThatCannotBeLookedForIsNotUnknown() {
+        KeyRing ring(*storage_, 1000, 600);
+        {
+            const TableAway away(address_, QStringLiteral("signing_keys"));
+            // More often than a ring asks the database in a second.
+            for (int i = 0; i < 30; ++i) {
+                QVERIFY(ring.find(QStringLiteral("invented"), 10'000).failed());
+            }
+            QVERIFY(!ring.current(10'000));
+        }
+        const auto invented = ring.find(QStringLiteral("invented"), 10'001);
+        QVERIFY(!invented && !invented.failed());
+        QVERIFY(ring.current(10'001));
+    }
+    void aDatabaseThatFailsSignsNoBrowserOut_data() {
+        QTest::addColumn<QString>("table");
+        for (const char* table : {"accounts", "browser_sessions", "signing_keys"}) {
+            QTest::newRow(table) << QString::fromLatin1(table);
+        }
+    }
+    void aDatabaseThatFailsSignsNoBrowserOut() {
+        QFETCH(QString, table);
+        addAccount("ada@example.org");
+        Browser browser{*this};
+        browser.signIn("ada@example.org");
+        const HttpAnswer page = browser.get("/account/");
+        const QByteArray form = "form_token=" + tokenOf(page, "/account/close");
+        const auto cookies = browser.cookies;
+        {
+            const TableAway away(address_, table);
+            serve(); // as another process, which has no key yet
+            for (const QByteArray& path : {QByteArray("/account/"), "/login/?app_challenge=" + challenge}) {
+                const HttpAnswer answer = browser.get(path);
+                QCOMPARE(answer.status, 503);
+                QVERIFY(answer.body.contains("cannot read its data"));
+            }
+            for (const char* path : {"/account/close", "/account/password", "/account/sessions/end",
+                                     "/logout", "/login/", "/register/", "/reset/"}) {
+                const QByteArray more =
+                    path == QByteArray("/login/") ? "&app_challenge=" + challenge : QByteArray();
+                QCOMPARE(browser.post(path, form + more).status, 503);
+            }
+        }
+        QCOMPARE(browser.cookies, cookies);
+        const HttpAnswer again = browser.get("/account/");
+        QCOMPARE(again.status, 200);
+        QVERIFY(again.body.contains("ada@example.org") && !again.body.contains("This account is closed"));
+        QCOMPARE(browser.post("/account/close", form).status, 303);
+    }
+    void whatAPageCannotReadIsNotMissing_data() {
+        QTest::addColumn<QString>("table");
+        QTest::addColumn<QByteArray>("path");
+        QTest::newRow("the links to buy a plan") << QStringLiteral("settings") << QByteArray("/plan/");
+        QTest::newRow("the same on the account") << QStringLiteral("settings") << QByteArray("/account/");
+        QTest::newRow("the sessions") << QStringLiteral("families") << QByteArray("/account/");
+        QTest::newRow("the invitation")
+            << QStringLiteral("one_time_codes") << QByteArray("/register/?invitation=code");
+        QTest::newRow("the code for a new password")
+            << QStringLiteral("one_time_codes") << QByteArray("/reset/?code=code");
+    }
+    void whatAPageCannotReadIsNotMissing() {
+        QFETCH(QString, table);
+        QFETCH(QByteArray, path);
+        addAccount("ada@example.org");
+        QVERIFY(storage_->addOneTimeCode(Storage::Purpose::passwordReset, "code", {2, QString()},
+                                         now_ / 1000 + 60));
+        Browser browser{*this};
+        browser.signIn("ada@example.org");
+        {
+            const TableAway away(address_, table);
+            QCOMPARE(browser.get(path).status, 503);
+        }
+        QVERIFY(browser.get(path).status != 503);
+    }
+    void aSignInThatCannotBeLookedUpIsNoWrongPasswordAndNoTry_data() {
+        QTest::addColumn<QString>("table");
+        for (const char* table : {"attempts", "logins", "accounts", "browser_sessions"}) {
+            QTest::newRow(table) << QString::fromLatin1(table);
+        }
+    }
+    void aSignInThatCannotBeLookedUpIsNoWrongPasswordAndNoTry() {
+        QFETCH(QString, table);
+        addAccount("ada@example.org");
+        Browser browser{*this};
+        {
+            const TableAway away(address_, table);
+            QCOMPARE(browser.signIn("ada@example.org").status, 503);
+        }
+        QCOMPARE(browser.signIn("ada@example.org").status, 303);
+    }
+    void aSessionThatCannotBeEndedIsNotForgotten() {
+        addAccount("ada@example.org");
+        Browser browser{*this};
+        browser.signIn("ada@example.org");
+        const QByteArray form = "form_token=" + tokenOf(browser.get("/account/"), "/account/close");
+        {
+            const TableAway away(address_, QStringLiteral("families"));
+            QCOMPARE(browser.post("/logout", form).status, 503);
+        }
+        QCOMPARE(browser.post("/logout", form).status, 303);
+        QCOMPARE(browser.get("/account/").status, 303);
     }
     void aTokenOfARotatedKeyIsGoodUntilItExpires() {
         settings_.keySeconds = 1000;

@@ -53,6 +53,10 @@ class CorrectionServiceTest : public QObject {
     std::unique_ptr<CorrectionService> service_;
     std::atomic<qint64> now_ = 1'800'000'000'000;
 
+    void serve() {
+        service_ = std::make_unique<CorrectionService>(ServiceSettings(), *storage_, engine_,
+                                                       [this] { return now_.load(); });
+    }
     static HttpRequest request(const QByteArray& method, const QByteArray& target,
                                const QByteArray& type = {}, const QByteArray& body = {},
                                const QByteArray& token = {}) {
@@ -120,8 +124,7 @@ class CorrectionServiceTest : public QObject {
         now_ = 1'800'000'000'000;
         engine_.status = CorrectionResult::Status::corrected;
         engine_.calls = 0;
-        service_ = std::make_unique<CorrectionService>(ServiceSettings(), *storage_, engine_,
-                                                       [this] { return now_.load(); });
+        serve();
     }
     void cleanup() {
         service_.reset();
@@ -291,6 +294,55 @@ class CorrectionServiceTest : public QObject {
         auto answer = look.run("SELECT token_hash FROM refresh_tokens");
         QVERIFY(answer.next());
         QCOMPARE(answer.text(0), secretHash(field(redeemed, "refresh_token")));
+    }
+
+    void aDatabaseThatFailsEndsNoSession_data() {
+        QTest::addColumn<QString>("table");
+        QTest::newRow("all of it") << QString();
+        for (const char* table : {"accounts", "families", "signing_keys"}) {
+            QTest::newRow(table) << QString::fromLatin1(table);
+        }
+    }
+    void aDatabaseThatFailsEndsNoSession() {
+        QFETCH(QString, table);
+        const HttpAnswer session = redeem(newCode());
+        const QByteArray code = newCode();
+        const QByteArray token = field(session, "access_token");
+        if (table.isEmpty() && !test::onPostgres()) {
+            service_.reset();
+            storage_ = std::make_unique<Storage>(test::databaseAddress(address_));
+        }
+        if (!table.isEmpty() || !test::onPostgres()) {
+            serve(); // as another process, which has no key yet
+        }
+        {
+            const auto all = table.isEmpty() ? std::make_unique<test::DatabaseAway>(address_) : nullptr;
+            const auto one = table.isEmpty() ? nullptr : std::make_unique<test::TableAway>(address_, table);
+            for (const HttpAnswer& answer :
+                 {get("/v1/account", token), rewrite(QStringLiteral("a"), token),
+                  refresh(field(session, "refresh_token")), redeem(code), get("/v1/account", token),
+                  refresh(field(session, "refresh_token"))}) {
+                QCOMPARE(answer.status, 503);
+                QCOMPARE(errorOf(answer), "storage unavailable");
+            }
+            QCOMPARE(engine_.calls.load(), 0);
+        }
+        QCOMPARE(get("/v1/account", token).status, 200);
+        QCOMPARE(rewrite(QStringLiteral("a"), token).status, 200);
+        QCOMPARE(storage_->localAccount()->rewritesUsed, qint64{1});
+        const HttpAnswer renewed = refresh(field(session, "refresh_token"));
+        QCOMPARE(renewed.status, 200);
+        QCOMPARE(get("/v1/account", field(renewed, "access_token")).status, 200);
+        QCOMPARE(redeem(code).status, 200);
+    }
+    void checkoutLinksThatCannotBeReadAreNotMissing() {
+        const QByteArray token = signIn();
+        change([](Account& a) {
+            a.plan = QStringLiteral("free");
+            a.freeRewrites = 0;
+        });
+        const test::TableAway away(address_, QStringLiteral("settings"));
+        QCOMPARE(rewrite(QStringLiteral("a"), token).status, 503);
     }
 
     void aRewriteAnswersWithTheEnginesText() {

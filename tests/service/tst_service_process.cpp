@@ -443,6 +443,21 @@ class ServiceProcessTest : public QObject {
         QVERIFY(exchange("GET", pathOf(invitation)).contains("value=\"bob@example.org\" readonly"));
         QVERIFY(exchange("GET", "/account/").contains("Location: /login/"));
     }
+    void anAdministratorIsToldOfADatabaseThatFailsAndNotOfNoAccounts() {
+        account({QStringLiteral("create"), QStringLiteral("--email"), QStringLiteral("grace@example.org")});
+        const QStringList grace = {QStringLiteral("--account"), QStringLiteral("grace@example.org")};
+        {
+            const vellumline::test::TableAway away(database(), QStringLiteral("accounts"));
+            QVERIFY(account({QStringLiteral("list")}, 2).contains("could not be read"));
+            QVERIFY(account(QStringList{QStringLiteral("show")} + grace, 2).contains("could not be read"));
+        }
+        {
+            const vellumline::test::TableAway away(database(), QStringLiteral("logins"));
+            QVERIFY(account(QStringList{QStringLiteral("show")} + grace, 2).contains("could not be read"));
+            QVERIFY(account({QStringLiteral("reset-password")}, 2).contains("could not be read"));
+        }
+        QVERIFY(account(QStringList{QStringLiteral("show")} + grace).contains("grace@example.org"));
+    }
     void aBackupTakenWhileItRunsBringsEverythingBack() {
         using namespace vellumline::test;
         const QString empty = freshDatabase(folder_.path());

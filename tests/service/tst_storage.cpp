@@ -7,33 +7,10 @@
 #include <QTest>
 #include <atomic>
 #include <csignal>
-#include <linux/capability.h>
 #include <sys/resource.h>
-#include <sys/syscall.h>
 #include <thread>
 
 using namespace vellumline;
-
-namespace {
-
-/// While it lives, the permissions of files count for this thread also when it is root's.
-class WithoutRootsPower {
-  public:
-    WithoutRootsPower() {
-        syscall(SYS_capget, &header_, held_);
-        __user_cap_data_struct fewer[2] = {held_[0], held_[1]};
-        fewer[0].effective &= ~(1U << CAP_DAC_OVERRIDE | 1U << CAP_DAC_READ_SEARCH);
-        syscall(SYS_capset, &header_, fewer);
-    }
-    Q_DISABLE_COPY_MOVE(WithoutRootsPower)
-    ~WithoutRootsPower() { syscall(SYS_capset, &header_, held_); }
-
-  private:
-    __user_cap_header_struct header_{_LINUX_CAPABILITY_VERSION_3, 0};
-    __user_cap_data_struct held_[2]{};
-};
-
-} // namespace
 
 /// What every database has to do. CTest runs it twice: on SQLite and on PostgreSQL.
 class StorageTest : public QObject {
@@ -52,27 +29,6 @@ class StorageTest : public QObject {
         for (std::thread& thread : threads) {
             thread.join();
         }
-    }
-    /// What a test says to the database past the storage.
-    bool sql(const QString& address, const QStringList& statements) {
-        const DatabaseAddress place = test::databaseAddress(address);
-        bool done = false;
-        {
-            QSqlDatabase database = QSqlDatabase::addDatabase(place.kind == DatabaseAddress::Kind::sqlite
-                                                                  ? QStringLiteral("QSQLITE")
-                                                                  : QStringLiteral("QPSQL"),
-                                                              QStringLiteral("past"));
-            database.setDatabaseName(place.kind == DatabaseAddress::Kind::sqlite ? place.path : place.name);
-            database.setHostName(place.host);
-            database.setUserName(place.user);
-            done = database.open();
-            for (const QString& statement : statements) {
-                QSqlQuery query(database);
-                done = done && query.exec(statement);
-            }
-        }
-        QSqlDatabase::removeDatabase(QStringLiteral("past"));
-        return done;
     }
     QString emptyDatabase() {
         QDir(folder_.path()).mkpath(QStringLiteral("data"));
@@ -130,7 +86,7 @@ class StorageTest : public QObject {
         QVERIFY(!storage_->setting(QStringLiteral("a")));
         QVERIFY(storage_->setSetting(QStringLiteral("a"), QStringLiteral("1")));
         QVERIFY(storage_->setSetting(QStringLiteral("a"), QString()));
-        QCOMPARE(storage_->setting(QStringLiteral("a")), QStringLiteral(""));
+        QCOMPARE(*storage_->setting(QStringLiteral("a")), QStringLiteral(""));
     }
     void twoHundredParallelRewritesUseUpAnAllowanceOfThirtyExactly() {
         QVERIFY(storage_->changeLocalAccount([](Account& a) {
@@ -242,7 +198,7 @@ class StorageTest : public QObject {
         }
         QVERIFY(storage_->localAccount());
         storage_.reset();
-        const WithoutRootsPower power;
+        const test::WithoutRootsPower power;
         QVERIFY(QFile::setPermissions(place.path, QFile::ReadOwner));
         storage_ = std::make_unique<Storage>(place);
         const auto problem = storage_->open();
@@ -283,7 +239,7 @@ class StorageTest : public QObject {
                  .arg(now),
              QStringLiteral(
                  "INSERT INTO settings VALUES ('monthlyCheckoutUrl', 'https://pay.example.org/m')")};
-        QVERIFY(sql(address, statements));
+        QVERIFY(test::sqlPast(address, statements));
         Storage upgraded(test::databaseAddress(address));
         const auto problem = upgraded.open();
         QVERIFY2(!problem, qPrintable(problem.value_or(QString())));
@@ -293,21 +249,22 @@ class StorageTest : public QObject {
         QCOMPARE(account->rewritesUsed, qint64{12});
         QCOMPARE(account->monthUsed, qint64{7});
         QVERIFY(account->renewalCanceled);
-        QCOMPARE(upgraded.setting(QStringLiteral("monthlyCheckoutUrl")),
+        QCOMPARE(*upgraded.setting(QStringLiteral("monthlyCheckoutUrl")),
                  QStringLiteral("https://pay.example.org/m"));
         QCOMPARE(upgraded.rotateRefreshToken("token", now).outcome, Storage::Exchange::done);
         QCOMPARE(upgraded.countRewrite(1, now * 1000), Storage::Use::counted);
     }
     void aNewerSchemaIsRefusedAndLeftAlone() {
         const QString address = emptyDatabase();
-        QVERIFY(sql(address, {QStringLiteral("CREATE TABLE schema_version (version INTEGER NOT NULL)"),
-                              QStringLiteral("INSERT INTO schema_version VALUES (99)")}));
+        QVERIFY(
+            test::sqlPast(address, {QStringLiteral("CREATE TABLE schema_version (version INTEGER NOT NULL)"),
+                                    QStringLiteral("INSERT INTO schema_version VALUES (99)")}));
         Storage newer(test::databaseAddress(address));
         const auto problem = newer.open();
         QVERIFY(problem);
         QVERIFY2(problem->contains(QStringLiteral("newer version of this program (schema 99")),
                  qPrintable(*problem));
-        QVERIFY(sql(address, {QStringLiteral("CREATE TABLE settings (name TEXT)")}));
+        QVERIFY(test::sqlPast(address, {QStringLiteral("CREATE TABLE settings (name TEXT)")}));
     }
     void aConnectionThatTheServerEndedIsOpenedAgain() {
         if (!test::onPostgres()) {
@@ -324,6 +281,34 @@ class StorageTest : public QObject {
                            "pg_backend_pid() AND datname LIKE "
                            "'test%'")));
         QVERIFY(storage_->changeLocalAccount([](Account& a) { a.plan = QStringLiteral("free"); }));
+    }
+    void whatIsNotThereIsNotAFailureAndAFailureIsNotThat() {
+        const auto nothingIs = [&](bool failed) {
+            const auto state = [](const auto& found) { return found ? 2 : found.failed() ? 1 : 0; };
+            const int expected = failed ? 1 : 0;
+            QCOMPARE(state(storage_->account(7)), expected);
+            QCOMPARE(state(storage_->accountOfSession(7, QStringLiteral("s"))), expected);
+            QCOMPARE(state(storage_->setting(QStringLiteral("a"))), expected);
+            QCOMPARE(state(storage_->login(QStringLiteral("ada@example.org"))), expected);
+            QCOMPARE(state(storage_->loginOfAccount(7)), expected);
+            QCOMPARE(state(storage_->oneTimeCode(Storage::Purpose::invitation, "code", now)), expected);
+            QCOMPARE(state(storage_->visitor("token", now)), expected);
+            QCOMPARE(storage_->sessions(7, now).has_value(), !failed);
+            QCOMPARE(storage_->accounts().has_value(), !failed);
+            QCOMPARE(storage_->signingKeys().has_value(), !failed);
+            QCOMPARE(storage_->countRewrite(7, now * 1000),
+                     failed ? Storage::Use::storageFailure : Storage::Use::missing);
+        };
+        nothingIs(false);
+        if (!test::onPostgres()) {
+            storage_ = std::make_unique<Storage>(test::databaseAddress(address_));
+        }
+        {
+            const test::DatabaseAway away(address_);
+            nothingIs(true);
+            QVERIFY(storage_->localAccount().failed());
+        }
+        nothingIs(false);
     }
     void addressesAreReadAndShownWithoutTheirPassword() {
         QString problem;
@@ -363,7 +348,7 @@ class StorageTest : public QObject {
                                             "opened")),
             qPrintable(*said));
         QVERIFY(!said->contains(QStringLiteral("secret")));
-        QVERIFY(!none.account(1));
+        QVERIFY(none.account(1).failed());
     }
 };
 
