@@ -1,11 +1,11 @@
 #include "VellumlineService/Service/CorrectionService.h"
 
+#include "VellumlineCore/Text.h"
 #include "VellumlineService/Service/Pages.h"
 #include "VellumlineService/Service/Tokens.h"
 
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QTextBoundaryFinder>
 #include <algorithm>
 
 namespace vellumline {
@@ -65,19 +65,6 @@ std::optional<QString> parseRewriteBody(const QByteArray& body) {
         return {};
     }
     return object->value(QStringLiteral("text")).toString();
-}
-
-int characterCount(const QString& text, int limit) {
-    // A cluster has at least one UTF-16 unit, so short texts need no look.
-    if (text.size() <= limit) {
-        return static_cast<int>(text.size());
-    }
-    QTextBoundaryFinder finder(QTextBoundaryFinder::Grapheme, text);
-    int count = 0;
-    while (count <= limit && finder.toNextBoundary() > 0) {
-        ++count;
-    }
-    return count;
 }
 
 CorrectionService::CorrectionService(ServiceSettings settings, Storage& storage, CorrectionEngine& engine,
@@ -361,7 +348,7 @@ HttpAnswer CorrectionService::rewrite(const HttpRequest& request) {
     if (text->trimmed().isEmpty()) {
         return error(400, "text is empty");
     }
-    if (characterCount(*text, textLimit) > textLimit) {
+    if (hasMoreCharactersThan(*text, textLimit)) {
         return error(400, "text is too long");
     }
     // Looked at here so that the engine does not work for nothing; what counts is the look when it is

@@ -16,8 +16,6 @@ struct RedeemBody {
 };
 std::optional<RedeemBody> parseRedeemBody(const QByteArray& body);
 std::optional<QString> parseRewriteBody(const QByteArray& body);
-/// User-visible characters (extended grapheme clusters), counted up to `limit` + 1.
-int characterCount(const QString& text, int limit);
 
 /// Every page and endpoint of the service, without sockets. Thread-safe.
 class CorrectionService {

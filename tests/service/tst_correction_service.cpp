@@ -363,6 +363,8 @@ class CorrectionServiceTest : public QObject {
         const QString family =
             QString::fromUtf8("\xF0\x9F\x91\xA8\xE2\x80\x8D\xF0\x9F\x91\xA9\xE2\x80\x8D\xF0\x9F\x91\xA7");
         QCOMPARE(rewrite(family.repeated(4000), token).status, 200);
+        QCOMPARE(rewrite(QStringLiteral("\u0915 ") + family.repeated(3998), token).status,
+                 200); // a Hindi letter before
         const HttpAnswer answer = rewrite(QString(4001, u'a'), token);
         QCOMPARE(answer.status, 400);
         QCOMPARE(errorOf(answer), "text is too long");
