@@ -613,6 +613,7 @@ class UpdatesTest : public QObject {
         QCOMPARE(check(), QStringLiteral("The update feed could not be verified"));
         QVERIFY(QFile::remove(feed));
         QCOMPARE(check(), QStringLiteral("Updates could not be looked for"));
+        clock.advance(1h); // the look of the start comes to its end
     }
 
     void theScriptSignsOnlyWhatTheProgramReads_data() {
