@@ -1,4 +1,5 @@
 // The service's own parsing of outside bytes: requests, forms, JSON bodies, access tokens.
+#include "VellumlineCore/Text.h"
 #include "VellumlineService/Service/CorrectionService.h"
 #include "VellumlineService/Service/Tokens.h"
 
@@ -26,7 +27,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     }
     parseRedeemBody(bytes);
     if (const auto text = parseRewriteBody(bytes)) {
-        characterCount(*text, 4);
+        hasMoreCharactersThan(*text, 4);
     }
     if (verifyAccessToken(bytes, {accessTokenKeyId(bytes), "another key than any token was signed with"},
                           0)) {
