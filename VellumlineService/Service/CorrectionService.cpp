@@ -1,5 +1,6 @@
 #include "VellumlineService/Service/CorrectionService.h"
 
+#include "VellumlineCore/Json.h"
 #include "VellumlineCore/Text.h"
 #include "VellumlineService/Service/Pages.h"
 #include "VellumlineService/Service/Tokens.h"
@@ -31,40 +32,22 @@ HttpAnswer storageProblem() {
     return error(503, "storage unavailable");
 }
 
-std::optional<QJsonObject> parseObject(const QByteArray& body) {
-    // Qt drops the zero width no-break space that a string begins with, unless it is escaped (6.4).
-    QByteArray escaped = body;
-    escaped.replace("\xEF\xBB\xBF", "\\ufeff");
-    QJsonParseError problem;
-    const QJsonDocument document = QJsonDocument::fromJson(escaped, &problem);
-    if (problem.error != QJsonParseError::NoError || !document.isObject()) {
-        return {};
-    }
-    return document.object();
-}
-
 } // namespace
 
 std::optional<RedeemBody> parseRedeemBody(const QByteArray& body) {
-    const auto object = parseObject(body);
-    if (!object) {
+    JsonReader reader(body);
+    const QString code = reader.string(QStringLiteral("code"));
+    const QString verifier = reader.string(QStringLiteral("code_verifier"));
+    if (reader.failed() || code.size() < 16 || code.size() > 128 || !isPkceVerifier(verifier)) {
         return {};
     }
-    const QJsonValue code = object->value(QStringLiteral("code"));
-    const QJsonValue verifier = object->value(QStringLiteral("code_verifier"));
-    if (!code.isString() || !verifier.isString() || code.toString().size() < 16 ||
-        code.toString().size() > 128 || !isPkceVerifier(verifier.toString())) {
-        return {};
-    }
-    return RedeemBody{code.toString(), verifier.toString()};
+    return RedeemBody{code, verifier};
 }
 
 std::optional<QString> parseRewriteBody(const QByteArray& body) {
-    const auto object = parseObject(body);
-    if (!object || !object->value(QStringLiteral("text")).isString()) {
-        return {};
-    }
-    return object->value(QStringLiteral("text")).toString();
+    JsonReader reader(body);
+    QString text = reader.string(QStringLiteral("text"));
+    return reader.failed() ? std::nullopt : std::optional(std::move(text));
 }
 
 CorrectionService::CorrectionService(ServiceSettings settings, Storage& storage, CorrectionEngine& engine,
