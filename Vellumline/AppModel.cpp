@@ -164,7 +164,8 @@ QCoro::Task<void> AppModel::runRefreshAccount() {
         setAccountInfo(std::nullopt);
         co_return;
     }
-    if (restoredNothing_ && account_ == AccountState::signedOut())
+    // A keyring may be unlocked, or answer, only after the start.
+    if (account_ == AccountState::signedOut())
         adoptSession(*session);
     const APIResult<AccountInfo> loaded = co_await dependencies_.accountClient.load();
     if (!self)
@@ -180,12 +181,8 @@ QCoro::Task<void> AppModel::runRefreshAccount() {
 QCoro::Task<void> AppModel::restoreAccount() {
     const QPointer<AppModel> self(this);
     const std::optional<AuthSession> stored = co_await dependencies_.store.session();
-    if (!self)
+    if (!self || !stored)
         co_return;
-    if (!stored) {
-        restoredNothing_ = true;
-        co_return;
-    }
     adoptSession(*stored);
     refreshAccount();
 }

@@ -144,8 +144,6 @@ class AppModel : public QObject {
     bool launchAtLogin_ = false;
     bool busy_ = false;
     std::optional<PendingSignIn> pendingSignIn_;
-    /// No session was found at the start: a keyring may be unlocked, or answer, only later.
-    bool restoredNothing_ = false;
     std::optional<KeyMonitor::Token> keyMonitorToken_;
     /// From the press until the outcome: the session is read asynchronously, so that a second press could
     /// otherwise slip in before `busy` is set.
