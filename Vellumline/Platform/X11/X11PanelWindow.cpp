@@ -26,6 +26,20 @@ xcb_connection_t* toolkitConnection() {
     return application != nullptr ? application->connection() : nullptr;
 }
 
+/// Asked for once: a window is prepared each time that it is shown.
+struct Atoms {
+    explicit Atoms(xcb_connection_t* connection)
+        : desktop(atomNamed(connection, "_NET_WM_DESKTOP")), state(atomNamed(connection, "_NET_WM_STATE")),
+          skipTaskbar(atomNamed(connection, "_NET_WM_STATE_SKIP_TASKBAR")),
+          skipPager(atomNamed(connection, "_NET_WM_STATE_SKIP_PAGER")) {}
+    xcb_atom_t desktop, state, skipTaskbar, skipPager;
+};
+
+const Atoms& atoms(xcb_connection_t* connection) {
+    static const Atoms known(connection);
+    return known;
+}
+
 } // namespace
 
 void joinAllDesktops(QWidget& window) {
@@ -34,8 +48,8 @@ void joinAllDesktops(QWidget& window) {
     if (connection == nullptr)
         return;
     constexpr std::uint32_t all = 0xFFFFFFFF;
-    xcb_change_property(connection, XCB_PROP_MODE_REPLACE, id, atomNamed(connection, "_NET_WM_DESKTOP"),
-                        XCB_ATOM_CARDINAL, 32, 1, &all);
+    xcb_change_property(connection, XCB_PROP_MODE_REPLACE, id, atoms(connection).desktop, XCB_ATOM_CARDINAL,
+                        32, 1, &all);
     xcb_flush(connection);
 }
 
@@ -46,11 +60,10 @@ void prepare(QWidget& window) {
     if (connection == nullptr)
         return;
     // Until the window is mapped the property is its owner's to write, and the toolkit adds its states to
-    // what is there.
-    const std::array states = {atomNamed(connection, "_NET_WM_STATE_SKIP_TASKBAR"),
-                               atomNamed(connection, "_NET_WM_STATE_SKIP_PAGER")};
-    xcb_change_property(connection, XCB_PROP_MODE_APPEND, id, atomNamed(connection, "_NET_WM_STATE"),
-                        XCB_ATOM_ATOM, 32, states.size(), states.data());
+    // what is there. Not every window manager takes it away with the window, so that it is written anew.
+    const std::array states = {atoms(connection).skipTaskbar, atoms(connection).skipPager};
+    xcb_change_property(connection, XCB_PROP_MODE_REPLACE, id, atoms(connection).state, XCB_ATOM_ATOM, 32,
+                        states.size(), states.data());
     xcb_flush(connection);
 }
 
