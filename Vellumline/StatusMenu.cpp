@@ -227,7 +227,7 @@ void StatusMenu::installMonitors() {
         const QRectF item = downward(anchor());
         if (!item.contains(position))
             close();
-        else if (!dependencies_.statusItem.frame())
+        else if (!itemFrame())
             closeUnlessItemPressed();
     });
     QCoreApplication::instance()->installEventFilter(this);
@@ -324,9 +324,13 @@ const QScreen* StatusMenu::screenOf(const PanelRect& rect) const {
     return panel_ && panel_->isVisible() ? panel_->screen() : QGuiApplication::primaryScreen();
 }
 
-PanelRect StatusMenu::anchor() const {
+std::optional<QRect> StatusMenu::itemFrame() const {
     const auto frame = dependencies_.statusItem.frame();
-    if (frame && frame->width() > 1 && frame->height() > 1)
+    return frame && frame->width() > 1 && frame->height() > 1 ? frame : std::nullopt;
+}
+
+PanelRect StatusMenu::anchor() const {
+    if (const auto frame = itemFrame())
         return upward(*frame);
     if (clickedAt_)
         return clickedButtonFrame(*clickedAt_);

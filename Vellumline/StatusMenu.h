@@ -70,6 +70,8 @@ class StatusMenu : public QObject {
     void closeIfClick(const QWidget* window, QPoint position);
     void giveInputBack();
     PanelRect frameUnderStatusItem(QSize size) const;
+    /// Where the item is; nothing where the desktop does not tell.
+    std::optional<QRect> itemFrame() const;
     PanelRect anchor() const;
     PanelRect clickedButtonFrame(QPoint point) const;
     PanelRect fallbackButtonFrame() const;

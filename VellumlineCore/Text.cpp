@@ -1,7 +1,6 @@
 #include "VellumlineCore/Text.h"
 
 #include <QTextBoundaryFinder>
-#include <algorithm>
 
 namespace vellumline {
 
